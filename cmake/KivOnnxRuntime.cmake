@@ -1,0 +1,1 @@
+# Placeholder until the ONNX Runtime lookup lands.

@@ -1,0 +1,29 @@
+#pragma once
+// The runtime's log: one line per event, written to the log sink (standard error unless a host or a test
+// installs its own). Used for caught exceptions that are not handed to anyone else.
+
+#include <exception>
+#include <functional>
+#include <string>
+
+#include "kivcore/kivcore_export.h"
+#include "kivcore/string/StringTypes.h"
+#include "kivcore/utility/StringValue.h"
+
+namespace kivcore::logging {
+
+using LogSink = std::function<void(const std::string& line)>;
+
+// Installs a process-wide sink and returns the previous one (an empty sink restores standard error).
+KIVCORE_EXPORT LogSink SetLogSink(LogSink sink);
+KIVCORE_EXPORT void LogMessage(const std::string& line);
+
+// Logs a caught exception under a context name: its type, result code (ExtractResultFromException) and
+// message. `messageOut`, when not null, receives the logged text.
+KIVCORE_EXPORT void LogException(const std::exception_ptr& exception, utility::StringValue context,
+                                 u8string* messageOut);
+
+// Logs a structured (machine) exception code raised by the platform.
+KIVCORE_EXPORT void LogMachineException(unsigned code, const char* context, u8string* messageOut);
+
+}  // namespace kivcore::logging

@@ -1,0 +1,8 @@
+#include "kivcore/classref/UnknownBase.h"
+
+namespace kivcore::classref {
+
+UnknownBase::~UnknownBase() = default;
+Unknown::~Unknown() = default;
+
+}  // namespace kivcore::classref
