@@ -8,14 +8,10 @@
 #include <vector>
 
 #include "kivcore/allocator/STLAllocator.h"
+#include "kivcore/async/Future.h"
 #include "kivcore/classref/InterfaceRef.h"
 #include "kivcore/utility/ImmutableString.h"
 #include "kivml/IMLFeature.h"
-
-namespace kivcore::async {
-template <class T>
-class Future;
-}
 
 namespace kivml {
 

@@ -1,13 +1,9 @@
 #pragma once
 // The set-up side of an evaluator, used by the evaluator factory. Slot order is part of the contract.
 
+#include "kivcore/async/Future.h"
 #include "kivcore/classref/InterfaceRef.h"
 #include "kivml/IMLModel.h"
-
-namespace kivcore::async {
-template <class T>
-class Future;
-}
 
 namespace kivml {
 

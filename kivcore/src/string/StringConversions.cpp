@@ -128,6 +128,9 @@ wstring UTF8to16(std::string_view utf8) {
 }
 
 u8string ToU8(std::string_view text) {
+  if (text.empty()) {
+    return {};  // an empty view may carry a null pointer, which the copy below must not see
+  }
   return u8string(reinterpret_cast<const unsigned char*>(text.data()), text.size());
 }
 

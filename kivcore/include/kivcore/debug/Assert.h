@@ -5,6 +5,7 @@
 // when a debugger is attached. Tests observe assertions with ScAssertRecorder.
 
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -39,7 +40,8 @@ class KIVCORE_EXPORT ScDisableAsserts {
   ScDisableAsserts& operator=(const ScDisableAsserts&) = delete;
 };
 
-// Records every assertion reported on any thread while it lives, instead of the installed handler.
+// Records every assertion reported on any thread while it lives, instead of the installed handler, which
+// it puts back on destruction (recorders nest when destroyed in reverse order).
 class KIVCORE_EXPORT ScAssertRecorder {
  public:
   ScAssertRecorder();
@@ -51,18 +53,23 @@ class KIVCORE_EXPORT ScAssertRecorder {
   size_t Count() const;
 
  private:
-  mutable std::mutex mMutex;
-  std::vector<AssertReport> mReports;  // guarded by mMutex
-  AssertHandler mPrevious;
+  // Shared with the installed handler, which another thread may still be running while this dies.
+  struct Recorded {
+    mutable std::mutex mutex;
+    std::vector<AssertReport> reports;  // guarded by mutex
+  };
+
+  std::shared_ptr<Recorded> mRecorded;
+  AssertHandler mPrevious;  // set once by the constructor, used by the destructor
 };
 
 }  // namespace kivcore::debug
 
 // Reports `condition` failing, with `message`; breaks into an attached debugger when the handler asks.
-#define KIV_ASSERT(condition, message)                                                          \
-  do {                                                                                          \
+#define KIV_ASSERT(condition, message)                                                               \
+  do {                                                                                               \
     if (!(condition) && ::kivcore::debug::DoSimpleAssert(__FILE__, __LINE__, #condition, message) && \
-        ::kivcore::debug::IsDebuggerAttached()) {                                               \
-      ::kivcore::debug::BreakIntoDebugger();                                                    \
-    }                                                                                           \
+        ::kivcore::debug::IsDebuggerAttached()) {                                                    \
+      ::kivcore::debug::BreakIntoDebugger();                                                         \
+    }                                                                                                \
   } while (false)

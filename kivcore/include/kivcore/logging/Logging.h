@@ -7,6 +7,7 @@
 #include <string>
 
 #include "kivcore/kivcore_export.h"
+#include "kivcore/logging/ExceptionFilter.h"
 #include "kivcore/string/StringTypes.h"
 #include "kivcore/utility/StringValue.h"
 
@@ -14,16 +15,18 @@ namespace kivcore::logging {
 
 using LogSink = std::function<void(const std::string& line)>;
 
-// Installs a process-wide sink and returns the previous one (an empty sink restores standard error).
+// Installs a process-wide sink and returns the previous one (an empty sink restores standard error). Sinks
+// are called from any thread, possibly at once, and outside the log's lock, so a sink may log itself.
 KIVCORE_EXPORT LogSink SetLogSink(LogSink sink);
 KIVCORE_EXPORT void LogMessage(const std::string& line);
 
 // Logs a caught exception under a context name: its type, result code (ExtractResultFromException) and
-// message. `messageOut`, when not null, receives the logged text.
+// message: "Exception in <context>: <type> 0x<code> <what()>" ("unknown exception" for types not derived
+// from std::exception). `messageOut`, when not null, receives the logged text.
 KIVCORE_EXPORT void LogException(const std::exception_ptr& exception, utility::StringValue context,
                                  u8string* messageOut);
 
-// Logs a structured (machine) exception code raised by the platform.
+// Logs a structured (machine) exception code raised by the platform: "Machine exception 0x%08X in <context>".
 KIVCORE_EXPORT void LogMachineException(unsigned code, const char* context, u8string* messageOut);
 
 }  // namespace kivcore::logging
