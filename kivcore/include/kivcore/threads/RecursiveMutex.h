@@ -1,0 +1,50 @@
+#pragma once
+// A re-entrant mutex whose waits are bounded and whose time-outs say who held it.
+// - The thread that holds it may lock it again; it is released when Unlock has been called as many times
+//   as Lock/TryLock succeeded.
+// - Lock waits at most `timeout` (steady clock), then logs and throws LockTimeoutException naming this
+//   mutex, the waiting site and the site and thread that hold it (the holder's outermost `where`).
+// - Waiters are not served in any particular order.
+// - `name` and every `where` must outlive the mutex (string literals, as a rule): only the pointers are
+//   kept. The mutex must be unlocked when destroyed.
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "kivcore/kivcore_export.h"
+
+namespace kivcore::threads {
+
+inline constexpr std::chrono::milliseconds kDefaultLockTimeout{60000};
+
+class KIVCORE_EXPORT RecursiveMutex {
+ public:
+  // A null name is reported as "unnamed".
+  explicit RecursiveMutex(const char* name);
+  RecursiveMutex(const RecursiveMutex&) = delete;
+  RecursiveMutex& operator=(const RecursiveMutex&) = delete;
+  ~RecursiveMutex();
+
+  void Lock(const char* where, const std::chrono::milliseconds& timeout) const;
+  // Does nothing unless the calling thread holds the mutex.
+  void Unlock() const;
+  // Never waits for the holder: true when the mutex was free or already held by the calling thread.
+  bool TryLock(const char* where) const;
+  bool IsLockedByCurrentThread() const;
+
+ private:
+  void Acquire(std::thread::id self, const char* where) const;
+
+  const char* const mName;
+  // Guards the fields below; held only for bookkeeping, never while the caller works under the lock.
+  mutable std::mutex mMutex;
+  mutable std::condition_variable mReleased;  // signalled when the depth drops to 0 and someone waits
+  mutable std::thread::id mOwner;             // guarded by mMutex; meaningful while mDepth > 0
+  mutable unsigned mDepth = 0;                // guarded by mMutex
+  mutable const char* mOwnerWhere = nullptr;  // guarded by mMutex: the holder's outermost site
+  mutable unsigned mWaiters = 0;              // guarded by mMutex
+};
+
+}  // namespace kivcore::threads

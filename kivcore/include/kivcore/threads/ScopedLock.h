@@ -1,0 +1,29 @@
+#pragma once
+// Holds a RecursiveMutex for a scope: locks on construction (throwing LockTimeoutException when the wait
+// runs out, in which case nothing is held) and unlocks on destruction, unless Unlock came first. Used on
+// the thread that constructed it; the mutex must outlive it.
+
+#include <chrono>
+
+#include "kivcore/kivcore_export.h"
+#include "kivcore/threads/RecursiveMutex.h"
+
+namespace kivcore::threads {
+
+class KIVCORE_EXPORT ScopedLock {
+ public:
+  ScopedLock(const RecursiveMutex& mutex, const char* where,
+             std::chrono::milliseconds timeout = kDefaultLockTimeout);
+  ScopedLock(const ScopedLock&) = delete;
+  ScopedLock& operator=(const ScopedLock&) = delete;
+  ~ScopedLock();
+
+  // Releases early; later calls and the destructor then do nothing.
+  void Unlock();
+  bool OwnsLock() const noexcept { return mMutex != nullptr; }
+
+ private:
+  const RecursiveMutex* mMutex;  // null once unlocked
+};
+
+}  // namespace kivcore::threads

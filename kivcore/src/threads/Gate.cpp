@@ -1,0 +1,37 @@
+#include "kivcore/threads/Gate.h"
+
+namespace kivcore::threads {
+
+Gate::Gate(bool open) : mOpen(open) {}
+
+Gate::~Gate() = default;
+
+void Gate::Open() {
+  {
+    std::lock_guard lock(mMutex);
+    if (mOpen.load(std::memory_order_relaxed)) {
+      return;
+    }
+    mOpen.store(true, std::memory_order_release);
+    ++mOpenings;
+  }
+  mOpened.notify_all();
+}
+
+void Gate::Close() {
+  std::lock_guard lock(mMutex);
+  mOpen.store(false, std::memory_order_release);
+}
+
+bool Gate::PassThroughUntil(const std::chrono::steady_clock::time_point& deadline) const {
+  if (IsOpen()) {
+    return true;
+  }
+  std::unique_lock lock(mMutex);
+  const std::uint64_t openings = mOpenings;
+  return mOpened.wait_until(lock, deadline, [this, openings] {
+    return mOpen.load(std::memory_order_relaxed) || mOpenings != openings;
+  });
+}
+
+}  // namespace kivcore::threads
