@@ -1,5 +1,6 @@
 #include "kivcore/allocator/MemoryRecycler.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <bit>
@@ -62,8 +63,6 @@ struct SizeClass {
 
 struct Pool {
   std::array<SizeClass, kClassCount> classes;
-  std::atomic<uint64_t> allocations{0};
-  std::atomic<uint64_t> reuses{0};
   std::atomic<uint64_t> keptBytes{0};
 };
 
@@ -73,11 +72,49 @@ Pool& GetPool() {
   return *pool;
 }
 
+bool KeepInPool(Pool& pool, size_t index, void* p) noexcept {
+  const size_t classBytes = ClassBytes(index);
+  SizeClass& sizeClass = pool.classes[index];
+  std::lock_guard lock(sizeClass.mutex);
+  const size_t limit = std::max<size_t>(4, std::min(kMaxKeptBlocksPerClass, kKeptBytesPerClass / classBytes));
+  if (sizeClass.kept.size() >= limit) {
+    return false;
+  }
+  try {
+    sizeClass.kept.push_back(p);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  pool.keptBytes.fetch_add(classBytes, std::memory_order_relaxed);
+  return true;
+}
+
+// A few blocks of each small class per thread, so that the steady allocate/free churn of one thread
+// takes no lock. Emptied into the pool when the thread ends.
+constexpr size_t kThreadCachedClasses = ClassIndex(16 * 1024) + 1;
+constexpr size_t kThreadCacheDepth = 8;
+
+struct ThreadCache {
+  std::array<std::array<void*, kThreadCacheDepth>, kThreadCachedClasses> blocks{};
+  std::array<uint8_t, kThreadCachedClasses> counts{};
+
+  ~ThreadCache() {
+    Pool& pool = GetPool();
+    for (size_t index = 0; index < kThreadCachedClasses; ++index) {
+      for (size_t i = 0; i < counts[index]; ++i) {
+        if (!KeepInPool(pool, index, blocks[index][i])) {
+          SystemFree(blocks[index][i], ClassBytes(index));
+        }
+      }
+    }
+  }
+};
+
+thread_local ThreadCache tThreadCache;
+
 }  // namespace
 
 void* MemoryRecycler::Allocate(size_t bytes, size_t& actualBytes) {
-  Pool& pool = GetPool();
-  pool.allocations.fetch_add(1, std::memory_order_relaxed);
   if (!kPoolEnabled || bytes > kMaxClassBytes) {
     actualBytes = bytes;
     return SystemAllocate(bytes == 0 ? 1 : bytes);
@@ -85,13 +122,19 @@ void* MemoryRecycler::Allocate(size_t bytes, size_t& actualBytes) {
   const size_t index = ClassIndex(bytes);
   const size_t classBytes = ClassBytes(index);
   actualBytes = classBytes;
+  if (index < kThreadCachedClasses) {
+    ThreadCache& cache = tThreadCache;
+    if (cache.counts[index] > 0) {
+      return cache.blocks[index][--cache.counts[index]];
+    }
+  }
+  Pool& pool = GetPool();
   SizeClass& sizeClass = pool.classes[index];
   {
     std::lock_guard lock(sizeClass.mutex);
     if (!sizeClass.kept.empty()) {
       void* p = sizeClass.kept.back();
       sizeClass.kept.pop_back();
-      pool.reuses.fetch_add(1, std::memory_order_relaxed);
       pool.keptBytes.fetch_sub(classBytes, std::memory_order_relaxed);
       return p;
     }
@@ -107,24 +150,17 @@ void MemoryRecycler::Recycle(void* p, size_t bytes) noexcept {
     SystemFree(p, bytes == 0 ? 1 : bytes);
     return;
   }
-  Pool& pool = GetPool();
   const size_t index = ClassIndex(bytes);
-  const size_t classBytes = ClassBytes(index);
-  SizeClass& sizeClass = pool.classes[index];
-  {
-    std::lock_guard lock(sizeClass.mutex);
-    const size_t limit = std::max<size_t>(4, std::min(kMaxKeptBlocksPerClass, kKeptBytesPerClass / classBytes));
-    if (sizeClass.kept.size() < limit) {
-      try {
-        sizeClass.kept.push_back(p);
-        pool.keptBytes.fetch_add(classBytes, std::memory_order_relaxed);
-        return;
-      } catch (const std::bad_alloc&) {
-        // fall through: free it instead of keeping it
-      }
+  if (index < kThreadCachedClasses) {
+    ThreadCache& cache = tThreadCache;
+    if (cache.counts[index] < kThreadCacheDepth) {
+      cache.blocks[index][cache.counts[index]++] = p;
+      return;
     }
   }
-  SystemFree(p, classBytes);
+  if (!KeepInPool(GetPool(), index, p)) {
+    SystemFree(p, ClassBytes(index));
+  }
 }
 
 void MemoryRecycler::Trim() noexcept {
@@ -142,10 +178,6 @@ void MemoryRecycler::Trim() noexcept {
   }
 }
 
-MemoryRecycler::Statistics MemoryRecycler::GetStatistics() noexcept {
-  const Pool& pool = GetPool();
-  return {pool.allocations.load(std::memory_order_relaxed), pool.reuses.load(std::memory_order_relaxed),
-          pool.keptBytes.load(std::memory_order_relaxed)};
-}
+uint64_t MemoryRecycler::KeptBytes() noexcept { return GetPool().keptBytes.load(std::memory_order_relaxed); }
 
 }  // namespace kivcore::allocator

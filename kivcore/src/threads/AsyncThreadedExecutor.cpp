@@ -115,16 +115,13 @@ AsyncThreadedExecutor::~AsyncThreadedExecutor() {
 
 bool AsyncThreadedExecutor::Post(std::function<void()> task, int priority) {
   State& state = *mState;
-  bool wakeOne = false;
-  {
-    std::lock_guard lock(state.mutex);
-    if (state.terminated.load(std::memory_order_relaxed)) {
-      return false;  // `task` is destroyed by the caller's frame, outside the lock
-    }
-    state.queue.Push(std::move(task), priority);
-    wakeOne = state.idleWorkers > 0 && !state.paused.load(std::memory_order_relaxed);
+  std::lock_guard lock(state.mutex);
+  if (state.terminated.load(std::memory_order_relaxed)) {
+    return false;  // `task` is destroyed by the caller's frame, outside the lock
   }
-  if (wakeOne) {
+  state.queue.Push(std::move(task), priority);
+  // Signalled under the lock: once it is released, the last owner may destroy the state (and `wake`).
+  if (state.idleWorkers > 0 && !state.paused.load(std::memory_order_relaxed)) {
     state.wake.notify_one();
   }
   return true;
@@ -136,13 +133,9 @@ void AsyncThreadedExecutor::Pause() {
 }
 
 void AsyncThreadedExecutor::Resume() {
-  bool wakeAll = false;
-  {
-    std::lock_guard lock(mState->mutex);
-    mState->paused.store(false, std::memory_order_relaxed);
-    wakeAll = mState->idleWorkers > 0;
-  }
-  if (wakeAll) {
+  std::lock_guard lock(mState->mutex);
+  mState->paused.store(false, std::memory_order_relaxed);
+  if (mState->idleWorkers > 0) {
     mState->wake.notify_all();
   }
 }

@@ -7,14 +7,13 @@ Gate::Gate(bool open) : mOpen(open) {}
 Gate::~Gate() = default;
 
 void Gate::Open() {
-  {
-    std::lock_guard lock(mMutex);
-    if (mOpen.load(std::memory_order_relaxed)) {
-      return;
-    }
-    mOpen.store(true, std::memory_order_release);
-    ++mOpenings;
+  std::lock_guard lock(mMutex);
+  if (mOpen.load(std::memory_order_relaxed)) {
+    return;
   }
+  mOpen.store(true, std::memory_order_release);
+  ++mOpenings;
+  // Signalled under the lock: a waiter that sees the gate open may destroy it as soon as we let go.
   mOpened.notify_all();
 }
 

@@ -60,20 +60,17 @@ void RecursiveMutex::Lock(const char* where, const std::chrono::milliseconds& ti
 
 void RecursiveMutex::Unlock() const {
   const std::thread::id self = std::this_thread::get_id();
-  bool wakeOne = false;
-  {
-    std::lock_guard lock(mMutex);
-    if (mDepth == 0 || mOwner != self) {
-      return;
-    }
-    if (--mDepth != 0) {
-      return;
-    }
-    mOwner = std::thread::id();
-    mOwnerWhere = nullptr;
-    wakeOne = mWaiters > 0;
+  std::lock_guard lock(mMutex);
+  if (mDepth == 0 || mOwner != self) {
+    return;
   }
-  if (wakeOne) {
+  if (--mDepth != 0) {
+    return;
+  }
+  mOwner = std::thread::id();
+  mOwnerWhere = nullptr;
+  // Signalled under the lock: the next owner may destroy this mutex as soon as it gets it.
+  if (mWaiters > 0) {
     mReleased.notify_one();
   }
 }

@@ -1,7 +1,7 @@
 #pragma once
-// Process-wide pool of memory blocks by size class. Freed blocks are kept for reuse (bounded per class)
-// so that the request path, which allocates and frees the same sizes over and over, rarely reaches the
-// system allocator. Thread-safe. Blocks of 64 bytes or more are 64-byte aligned, smaller ones 16-byte.
+// Process-wide pool of memory blocks by size class. Freed blocks are kept for reuse (bounded per class,
+// with a few small blocks per thread that need no lock) so that the request path, which allocates and
+// frees the same sizes over and over, rarely reaches the system allocator. Thread-safe. Blocks of 64 bytes or more are 64-byte aligned, smaller ones 16-byte.
 //
 // Recycle must be given the size that was requested from Allocate (not the actual size), so that both
 // map to the same class. Builds with AddressSanitizer bypass the pool so use-after-free stays visible.
@@ -15,20 +15,15 @@ namespace kivcore::allocator {
 
 class KIVCORE_EXPORT MemoryRecycler {
  public:
-  struct Statistics {
-    uint64_t allocations = 0;  // calls of Allocate
-    uint64_t reuses = 0;       // allocations served from a kept block
-    uint64_t keptBytes = 0;    // bytes currently kept for reuse
-  };
-
   // Returns a block of at least `bytes` bytes (never null; throws std::bad_alloc). `actualBytes` receives
   // the usable size of the block.
   static void* Allocate(size_t bytes, size_t& actualBytes);
   static void Recycle(void* p, size_t bytes) noexcept;
 
-  // Hands every kept block back to the system.
+  // Hands every block kept in the shared pool back to the system (threads' own small caches stay).
   static void Trim() noexcept;
-  static Statistics GetStatistics() noexcept;
+  // Bytes kept in the shared pool.
+  static uint64_t KeptBytes() noexcept;
 
   static constexpr size_t kLargeAlignment = 64;
   static constexpr size_t kSmallAlignment = 16;
