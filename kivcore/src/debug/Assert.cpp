@@ -4,20 +4,17 @@
 
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
+#include "utility/CallbackSlot.h"
 
 namespace kivcore::debug {
 namespace {
 
 constinit thread_local int tDisableCount = 0;
 
-struct HandlerState {
-  std::mutex mutex;
-  std::shared_ptr<const AssertHandler> handler;  // guarded by mutex; null means the default handler
-};
-
-HandlerState& GetHandlerState() {
-  static HandlerState* state = new HandlerState();  // asserts may fire from static destructors
-  return *state;
+// Empty means the default handler.
+utility::CallbackSlot<AssertHandler>& GetHandlerSlot() {
+  static auto* slot = new utility::CallbackSlot<AssertHandler>();  // asserts may fire from static destructors
+  return *slot;
 }
 
 bool DefaultHandler(const AssertReport& report) {
@@ -37,12 +34,7 @@ bool DoSimpleAssert(const char* file, int line, const char* condition, const cha
   try {
     AssertReport report{file != nullptr ? file : "", line, condition != nullptr ? condition : "",
                         message != nullptr ? message : ""};
-    std::shared_ptr<const AssertHandler> handler;
-    {
-      HandlerState& state = GetHandlerState();
-      std::lock_guard lock(state.mutex);
-      handler = state.handler;
-    }
+    const std::shared_ptr<const AssertHandler> handler = GetHandlerSlot().Get();
     // Called outside the lock: a handler may assert or swap handlers itself.
     return handler ? (*handler)(report) : DefaultHandler(report);
   } catch (...) {
@@ -52,14 +44,7 @@ bool DoSimpleAssert(const char* file, int line, const char* condition, const cha
 }
 
 AssertHandler SetAssertHandler(AssertHandler handler) {
-  auto next = handler ? std::make_shared<const AssertHandler>(std::move(handler)) : nullptr;
-  HandlerState& state = GetHandlerState();
-  std::shared_ptr<const AssertHandler> previous;
-  {
-    std::lock_guard lock(state.mutex);
-    previous = std::exchange(state.handler, std::move(next));
-  }
-  return previous ? *previous : AssertHandler();
+  return GetHandlerSlot().Exchange(std::move(handler));
 }
 
 ScDisableAsserts::ScDisableAsserts() noexcept {

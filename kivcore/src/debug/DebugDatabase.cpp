@@ -11,14 +11,6 @@
 namespace kivcore::debug {
 namespace {
 
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n\f\v";
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) {
-    return text.substr(0, 0);  // keeps a non-null data pointer for copies that reject null
-  }
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 }  // namespace
 
@@ -132,7 +124,7 @@ size_t DebugDatabase::LoadEntries(std::string_view text, char separator) {
   size_t loaded = 0;
   while (!text.empty()) {
     const size_t end = text.find(separator);
-    const std::string_view entry = Trim(text.substr(0, end));
+    const std::string_view entry = string::TrimBlanks(text.substr(0, end));
     text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
     if (entry.empty() || entry.front() == '#') {
       continue;
@@ -141,11 +133,11 @@ size_t DebugDatabase::LoadEntries(std::string_view text, char separator) {
     if (equals == std::string_view::npos) {
       continue;
     }
-    const std::string_view key = Trim(entry.substr(0, equals));
+    const std::string_view key = string::TrimBlanks(entry.substr(0, equals));
     if (key.empty()) {
       continue;
     }
-    SetEntry(key, Trim(entry.substr(equals + 1)));
+    SetEntry(key, string::TrimBlanks(entry.substr(equals + 1)));
     ++loaded;
   }
   return loaded;

@@ -1,5 +1,7 @@
 #include "kivcore/debug/Trace.h"
 
+#include "utility/CallbackSlot.h"
+
 #include <algorithm>
 #include <atomic>
 #include <charconv>
@@ -11,6 +13,8 @@
 #include <utility>
 
 #include "Environment.h"
+#include "kivcore/string/StringConversions.h"
+#include "utility/CallbackSlot.h"
 
 namespace kivcore::debug {
 namespace {
@@ -28,7 +32,7 @@ struct TraceState {
   std::shared_mutex mutex;
   std::map<std::string, int, std::less<>> levels;  // guarded by mutex
   int defaultLevel = -1;                           // guarded by mutex; the "*" level
-  std::shared_ptr<const TraceSink> sink;           // guarded by mutex; null means standard error
+  utility::CallbackSlot<TraceSink> sink;           // empty means standard error
   std::once_flag environmentRead;
   std::mutex stderrMutex;  // keeps default-sink lines whole
 };
@@ -57,14 +61,6 @@ void PublishChangeLocked(const TraceState& state) {
   gChangeCount.fetch_add(1, std::memory_order_release);
 }
 
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) {
-    return text.substr(0, 0);  // keeps a non-null data pointer for copies that reject null
-  }
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 // Caller holds the state's mutex exclusively.
 int ApplySettingsLocked(TraceState& state, std::string_view settings) {
@@ -77,8 +73,8 @@ int ApplySettingsLocked(TraceState& state, std::string_view settings) {
     if (equals == std::string_view::npos) {
       continue;
     }
-    const std::string_view category = Trim(entry.substr(0, equals));
-    const std::string_view value = Trim(entry.substr(equals + 1));
+    const std::string_view category = string::TrimBlanks(entry.substr(0, equals));
+    const std::string_view value = string::TrimBlanks(entry.substr(equals + 1));
     int level = 0;
     const auto [next, error] = std::from_chars(value.data(), value.data() + value.size(), level);
     if (category.empty() || value.empty() || error != std::errc() || next != value.data() + value.size()) {
@@ -146,11 +142,7 @@ void Trace(int level, const std::string& category, const std::string& message) {
     return;
   }
   TraceState& state = GetState();
-  std::shared_ptr<const TraceSink> sink;
-  {
-    std::shared_lock lock(state.mutex);
-    sink = state.sink;
-  }
+  const std::shared_ptr<const TraceSink> sink = state.sink.Get();
   if (sink) {
     (*sink)(level, category, message);
   } else {
@@ -193,14 +185,7 @@ int ApplyTraceSettings(std::string_view settings) {
 }
 
 TraceSink SetTraceSink(TraceSink sink) {
-  auto next = sink ? std::make_shared<const TraceSink>(std::move(sink)) : nullptr;
-  TraceState& state = GetState();
-  std::shared_ptr<const TraceSink> previous;
-  {
-    std::unique_lock lock(state.mutex);
-    previous = std::exchange(state.sink, std::move(next));
-  }
-  return previous ? *previous : TraceSink();
+  return GetState().sink.Exchange(std::move(sink));
 }
 
 }  // namespace kivcore::debug

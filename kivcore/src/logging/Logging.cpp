@@ -9,13 +9,13 @@
 #include "kivcore/config/ExceptionResult.h"
 #include "kivcore/debug/TypeName.h"
 #include "kivcore/string/StringConversions.h"
+#include "utility/CallbackSlot.h"
 
 namespace kivcore::logging {
 namespace {
 
 struct SinkState {
-  std::mutex mutex;
-  std::shared_ptr<const LogSink> sink;  // guarded by mutex; null means standard error
+  utility::CallbackSlot<LogSink> sink;  // empty means standard error
   std::mutex stderrMutex;               // keeps default-sink lines whole
 };
 
@@ -48,23 +48,11 @@ void Publish(const std::string& text, u8string* messageOut) {
 }  // namespace
 
 LogSink SetLogSink(LogSink sink) {
-  auto next = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
-  SinkState& state = GetSinkState();
-  std::shared_ptr<const LogSink> previous;
-  {
-    std::lock_guard lock(state.mutex);
-    previous = std::exchange(state.sink, std::move(next));
-  }
-  return previous ? *previous : LogSink();
+  return GetSinkState().sink.Exchange(std::move(sink));
 }
 
 void LogMessage(const std::string& line) {
-  std::shared_ptr<const LogSink> sink;
-  {
-    SinkState& state = GetSinkState();
-    std::lock_guard lock(state.mutex);
-    sink = state.sink;
-  }
+  const std::shared_ptr<const LogSink> sink = GetSinkState().sink.Get();
   // Called outside the lock so that a sink may itself log or replace the sink.
   if (sink) {
     (*sink)(line);

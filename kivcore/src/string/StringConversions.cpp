@@ -134,6 +134,15 @@ u8string ToU8(std::string_view text) {
   return u8string(reinterpret_cast<const unsigned char*>(text.data()), text.size());
 }
 
+std::string_view TrimBlanks(std::string_view text) noexcept {
+  constexpr std::string_view kBlanks = " \t\r\n\f\v";
+  const size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) {
+    return text.substr(0, 0);  // keeps a non-null data pointer for copies that reject null
+  }
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
 std::string ToStdString(const u8string& text) {
   return std::string(reinterpret_cast<const char*>(text.data()), text.size());
 }

@@ -17,6 +17,8 @@ KIVCORE_EXPORT u8string UTF16to8(const wstring& text);
 KIVCORE_EXPORT wstring UTF8to16(std::string_view utf8);
 
 KIVCORE_EXPORT u8string ToU8(std::string_view text);
+// `text` without leading and trailing blanks (space, tab, CR, LF, FF, VT).
+KIVCORE_EXPORT std::string_view TrimBlanks(std::string_view text) noexcept;
 KIVCORE_EXPORT std::string ToStdString(const u8string& text);
 KIVCORE_EXPORT std::string ToStdString(const wstring& text);
 
