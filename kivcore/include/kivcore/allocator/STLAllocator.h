@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <limits>
 #include <new>
+#include <type_traits>
 
 #include "kivcore/allocator/MemoryRecycler.h"
 
