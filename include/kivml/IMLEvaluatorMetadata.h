@@ -14,9 +14,9 @@ class IMLEvaluatorMetadata : public kivcore::classref::Unknown {
  public:
   static constexpr kivcore::utility::Guid kIID{"122EC180-92B9-4125-874D-61818E96342B", 36};
 
-  using MetadataMap =
-      std::unordered_map<kivcore::u8string, kivcore::u8string, kivcore::U8StringHash, std::equal_to<>,
-                         kivcore::allocator::STLAllocator<std::pair<const kivcore::u8string, kivcore::u8string>>>;
+  using MetadataMap = std::unordered_map<
+      kivcore::u8string, kivcore::u8string, kivcore::U8StringHash, std::equal_to<>,
+      kivcore::allocator::STLAllocator<std::pair<const kivcore::u8string, kivcore::u8string>>>;
 
   // Every key with its value.
   virtual MetadataMap GetMetdata() = 0;

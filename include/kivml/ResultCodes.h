@@ -10,10 +10,11 @@ constexpr int MakeKIVMLError(unsigned index) noexcept {
   return static_cast<int>(0x80000000u | static_cast<unsigned>(eKIVML) | (index & 0xFFFFu));
 }
 
-inline constexpr int eNoInputFeatures = MakeKIVMLError(1);           // a request carried no input features
-inline constexpr int eBadFeatureDescriptions = MakeKIVMLError(2);    // the model's descriptions are unusable
-inline constexpr int eBadFeature = MakeKIVMLError(3);                // an input does not fit its description
-inline constexpr int eInferenceFailure = MakeKIVMLError(4);          // the backend failed to run the model
-inline constexpr int eModelExecutionTerminated = MakeKIVMLError(5);  // dropped: the evaluator's queue was cleared
+inline constexpr int eNoInputFeatures = MakeKIVMLError(1);         // a request carried no input features
+inline constexpr int eBadFeatureDescriptions = MakeKIVMLError(2);  // the model's descriptions are unusable
+inline constexpr int eBadFeature = MakeKIVMLError(3);              // an input does not fit its description
+inline constexpr int eInferenceFailure = MakeKIVMLError(4);        // the backend failed to run the model
+inline constexpr int eModelExecutionTerminated =
+    MakeKIVMLError(5);  // dropped: the evaluator's queue was cleared
 
 }  // namespace kivml

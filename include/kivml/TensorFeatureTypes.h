@@ -23,10 +23,10 @@ using DescriptionShapeType = std::vector<int64_t, kivcore::allocator::STLAllocat
 
 namespace kivml::features {
 
-KIVML_EXPORT extern const kivcore::utility::Guid kInt32TensorFeatureType;   // 4 bytes
-KIVML_EXPORT extern const kivcore::utility::Guid kInt64TensorFeatureType;   // 8 bytes
-KIVML_EXPORT extern const kivcore::utility::Guid kFloat32TensorFeatureType; // 4 bytes
-KIVML_EXPORT extern const kivcore::utility::Guid kDoubleTensorFeatureType;  // 8 bytes
-KIVML_EXPORT extern const kivcore::utility::Guid kBoolTensorFeatureType;    // 1 byte
+KIVML_EXPORT extern const kivcore::utility::Guid kInt32TensorFeatureType;    // 4 bytes
+KIVML_EXPORT extern const kivcore::utility::Guid kInt64TensorFeatureType;    // 8 bytes
+KIVML_EXPORT extern const kivcore::utility::Guid kFloat32TensorFeatureType;  // 4 bytes
+KIVML_EXPORT extern const kivcore::utility::Guid kDoubleTensorFeatureType;   // 8 bytes
+KIVML_EXPORT extern const kivcore::utility::Guid kBoolTensorFeatureType;     // 1 byte
 
 }  // namespace kivml::features

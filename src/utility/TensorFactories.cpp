@@ -15,8 +15,8 @@ using kivcore::classref::InterfaceRef;
 
 InterfaceRef<IMLFeature> CreateTensor(std::shared_ptr<const kivcore::allocator::RecycledMemory> data,
                                       uint64_t dataTypeSize, ShapeType shape, StrideType strides) {
-  auto tensor = kivcore::classref::CreateObject<RecycledMemoryTensorMLFeature>(std::move(data), dataTypeSize,
-                                                                              std::move(shape), std::move(strides));
+  auto tensor = kivcore::classref::CreateObject<RecycledMemoryTensorMLFeature>(
+      std::move(data), dataTypeSize, std::move(shape), std::move(strides));
   return kivcore::classref::MakeInterfaceRef<IMLFeature>(tensor);
 }
 
@@ -32,7 +32,8 @@ FeatureContainerVector CreateDummyTensors(const FeatureDescriptionVector& descri
   for (const auto& description : descriptions) {
     const auto tensorDescription = description.Query<ITensorFeatureDescription>();
     if (!tensorDescription) {
-      kivcore::config::DoThrowNullPtrException(kivcore::debug::GetTypeName(typeid(ITensorFeatureDescription)));
+      kivcore::config::DoThrowNullPtrException(
+          kivcore::debug::GetTypeName(typeid(ITensorFeatureDescription)));
     }
     const uint64_t elementSize = GetTensorDataTypeSize(tensorDescription->GetTensorDataType());
     const uint64_t byteSize = CalculateTensorFeatureSize(tensorDescription);
@@ -42,7 +43,8 @@ FeatureContainerVector CreateDummyTensors(const FeatureDescriptionVector& descri
     }
     const DescriptionShapeType describedShape = tensorDescription->GetTensorShape();
     ShapeType shape(describedShape.begin(), describedShape.end());
-    dummies.push_back({tensorDescription->GetName(), CreatePackedTensor(std::move(memory), elementSize, std::move(shape))});
+    dummies.push_back(
+        {tensorDescription->GetName(), CreatePackedTensor(std::move(memory), elementSize, std::move(shape))});
   }
   return dummies;
 }

@@ -42,7 +42,8 @@ std::string_view GetTensorDataTypeName(const kivcore::utility::Guid& dataType) n
   return "unknown";
 }
 
-uint64_t CalculateTensorFeatureSize(const kivcore::classref::InterfaceRef<ITensorFeatureDescription>& description) {
+uint64_t CalculateTensorFeatureSize(
+    const kivcore::classref::InterfaceRef<ITensorFeatureDescription>& description) {
   if (!description) {
     return 0;
   }

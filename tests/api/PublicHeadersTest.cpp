@@ -40,7 +40,8 @@ class HostModel final : public kivcore::classref::Implements<IMLModel, IONNXMLMo
 };
 
 TEST(PublicHeadersTest, AHostModelAnswersBothOfItsInterfaces) {
-  const auto model = kivcore::classref::MakeInterfaceRef<IMLModel>(kivcore::classref::CreateObject<HostModel>());
+  const auto model =
+      kivcore::classref::MakeInterfaceRef<IMLModel>(kivcore::classref::CreateObject<HostModel>());
   EXPECT_EQ(model->GetName().View(), "host");
   ASSERT_TRUE(model.Query<IONNXMLModelAccessor>());
   EXPECT_FALSE(model.Query<ICoreMLModelAccessor>());

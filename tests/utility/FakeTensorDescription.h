@@ -12,7 +12,8 @@ namespace kivml::testing {
 
 class FakeTensorDescription final : public kivcore::classref::Implements<ITensorFeatureDescription> {
  public:
-  FakeTensorDescription(const char* name, kivcore::utility::Guid dataType, std::initializer_list<int64_t> shape)
+  FakeTensorDescription(const char* name, kivcore::utility::Guid dataType,
+                        std::initializer_list<int64_t> shape)
       : mName(kivcore::utility::ImmutableString::Create(name)), mDataType(dataType), mShape(shape) {}
 
   kivcore::utility::ImmutableString GetName() const override { return mName; }

@@ -17,7 +17,9 @@ namespace {
 using kivcore::allocator::RecycledMemory;
 using kivcore::classref::InterfaceRef;
 
-std::vector<uint64_t> ToVector(const ShapeType& values) { return {values.begin(), values.end()}; }
+std::vector<uint64_t> ToVector(const ShapeType& values) {
+  return {values.begin(), values.end()};
+}
 
 InterfaceRef<ITensorMLFeatureAccessor> Accessor(const InterfaceRef<IMLFeature>& feature) {
   return feature.Query<ITensorMLFeatureAccessor>();

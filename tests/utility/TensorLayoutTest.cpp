@@ -48,8 +48,9 @@ TEST(TensorLayoutTest, ElementSizesOfTheFiveTypesAndNothingElse) {
 
 TEST(TensorLayoutTest, FeatureSizeMultipliesElementSizeByEveryDimension) {
   using testing::MakeDescription;
-  EXPECT_EQ(CalculateTensorFeatureSize(MakeDescription("x", features::kFloat32TensorFeatureType, {3, 320, 320})),
-            1228800u);
+  EXPECT_EQ(
+      CalculateTensorFeatureSize(MakeDescription("x", features::kFloat32TensorFeatureType, {3, 320, 320})),
+      1228800u);
   EXPECT_EQ(CalculateTensorFeatureSize(MakeDescription("x", features::kDoubleTensorFeatureType, {})), 8u);
   EXPECT_EQ(CalculateTensorFeatureSize(MakeDescription("x", Guid::CreateUnique(), {2, 2})), 0u);
   EXPECT_EQ(CalculateTensorFeatureSize(nullptr), 0u);

@@ -65,7 +65,8 @@ void SerialSubExecutorPost(benchmark::State& state) {
 BENCHMARK(SerialSubExecutorPost)->UseRealTime();
 
 void QueueOnlyOnceBurst(benchmark::State& state) {
-  auto worker = threads::CreateAsyncThreadedExecutor("bench", 1, threads::ThreadPriority::kNormal, {}, {}, {});
+  auto worker =
+      threads::CreateAsyncThreadedExecutor("bench", 1, threads::ThreadPriority::kNormal, {}, {}, {});
   std::atomic<int> runs{0};
   auto trigger = threads::QueueOnlyOnce::Create([&] { runs.fetch_add(1); }, worker, 0, 0);
   for (auto _ : state) {

@@ -21,8 +21,8 @@ KIVML_EXPORT std::string_view GetTensorDataTypeName(const kivcore::utility::Guid
 // Bytes of one tensor matching the description: element size times every dimension, each taken as an
 // unsigned 64-bit value, without overflow checks (a free dimension of -1 makes the result meaningless).
 // 0 for an empty reference or an unknown element type; the element size alone for an empty shape.
-KIVML_EXPORT uint64_t CalculateTensorFeatureSize(
-    const kivcore::classref::InterfaceRef<ITensorFeatureDescription>& description);
+KIVML_EXPORT uint64_t
+CalculateTensorFeatureSize(const kivcore::classref::InterfaceRef<ITensorFeatureDescription>& description);
 
 // Strides of a packed tensor. These are products of the LEADING dimensions: shape (3, 5, 10) gives
 // (15, 3, 1), not the row-major (50, 10, 1); the last dimension never enters. Readers of tensors in this

@@ -51,9 +51,11 @@ size_t AlignmentFor(size_t bytes) {
                                                   : MemoryRecycler::kSmallAlignment;
 }
 
-void* SystemAllocate(size_t bytes) { return ::operator new(bytes, std::align_val_t{AlignmentFor(bytes)}); }
+void* SystemAllocate(size_t bytes) {
+  return ::operator new (bytes, std::align_val_t{AlignmentFor(bytes)});
+}
 void SystemFree(void* p, size_t bytes) noexcept {
-  ::operator delete(p, bytes, std::align_val_t{AlignmentFor(bytes)});
+  ::operator delete (p, bytes, std::align_val_t{AlignmentFor(bytes)});
 }
 
 struct SizeClass {
@@ -178,6 +180,8 @@ void MemoryRecycler::Trim() noexcept {
   }
 }
 
-uint64_t MemoryRecycler::KeptBytes() noexcept { return GetPool().keptBytes.load(std::memory_order_relaxed); }
+uint64_t MemoryRecycler::KeptBytes() noexcept {
+  return GetPool().keptBytes.load(std::memory_order_relaxed);
+}
 
 }  // namespace kivcore::allocator

@@ -12,7 +12,9 @@ RecycledMemory::RecycledMemory(size_t bytes) : mSize(bytes) {
   }
 }
 
-RecycledMemory::~RecycledMemory() { ReleaseOwnedBlock(); }
+RecycledMemory::~RecycledMemory() {
+  ReleaseOwnedBlock();
+}
 
 std::shared_ptr<RecycledMemory> RecycledMemory::Create(size_t bytes) {
   return std::allocate_shared<RecycledMemory>(STLAllocator<RecycledMemory>(), bytes);

@@ -37,7 +37,8 @@ int ClassFactory::RegisterClass(const utility::Guid& classId, const char* idName
   Registry& registry = GetRegistry();
   std::lock_guard lock(registry.mutex);
   const bool inserted =
-      registry.classes.try_emplace(classId, ClassEntry{idName ? idName : "", className ? className : "", create})
+      registry.classes
+          .try_emplace(classId, ClassEntry{idName ? idName : "", className ? className : "", create})
           .second;
   return inserted ? 0 : config::eClassAlreadyRegistered;
 }
@@ -75,7 +76,8 @@ namespace detail {
 
 void AssertHasChanged(const u8string& typeName) {
   const std::string message = "Interface query gave a different pointer for " + string::ToStdString(typeName);
-  if (debug::DoSimpleAssert(__FILE__, __LINE__, "!hasChanged", message.c_str()) && debug::IsDebuggerAttached()) {
+  if (debug::DoSimpleAssert(__FILE__, __LINE__, "!hasChanged", message.c_str()) &&
+      debug::IsDebuggerAttached()) {
     debug::BreakIntoDebugger();
   }
 }

@@ -12,6 +12,8 @@ NullPtrException::NullPtrException(const u8string& what) : kiv_exception(eNullPt
   FormatErrorMessage(message.c_str());
 }
 
-void DoThrowNullPtrException(const u8string& what) { throw NullPtrException(what); }
+void DoThrowNullPtrException(const u8string& what) {
+  throw NullPtrException(what);
+}
 
 }  // namespace kivcore::config

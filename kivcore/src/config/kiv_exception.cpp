@@ -11,9 +11,13 @@ kiv_exception::kiv_exception(const kiv_exception& other) = default;
 kiv_exception& kiv_exception::operator=(const kiv_exception& other) = default;
 kiv_exception::~kiv_exception() = default;
 
-const char* kiv_exception::what() const noexcept { return mMessage.c_str(); }
+const char* kiv_exception::what() const noexcept {
+  return mMessage.c_str();
+}
 
-void kiv_exception::FormatErrorMessage(const char* message) { mMessage = message == nullptr ? "" : message; }
+void kiv_exception::FormatErrorMessage(const char* message) {
+  mMessage = message == nullptr ? "" : message;
+}
 
 void kiv_exception::FormatStringValue(const utility::StringValue& value) {
   if (value.Text().empty()) {

@@ -9,10 +9,7 @@
 #include "kivcore/string/StringConversions.h"
 
 namespace kivcore::debug {
-namespace {
-
-
-}  // namespace
+namespace {}  // namespace
 
 DebugDatabase& DebugDatabase::Instance() {
   static DebugDatabase* instance = [] {

@@ -61,7 +61,6 @@ void PublishChangeLocked(const TraceState& state) {
   gChangeCount.fetch_add(1, std::memory_order_release);
 }
 
-
 // Caller holds the state's mutex exclusively.
 int ApplySettingsLocked(TraceState& state, std::string_view settings) {
   int applied = 0;

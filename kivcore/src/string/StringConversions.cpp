@@ -63,7 +63,9 @@ void ForEachWideCodePoint(const wchar_t* p, size_t n, Fn&& fn) {
 
 }  // namespace
 
-wstring WcharToUTF16(const wchar_t* text) { return text == nullptr ? wstring() : wstring(text); }
+wstring WcharToUTF16(const wchar_t* text) {
+  return text == nullptr ? wstring() : wstring(text);
+}
 
 wstring AsciiToUTF16(const char* text, size_t length) {
   wstring out;
@@ -75,7 +77,9 @@ wstring AsciiToUTF16(const char* text, size_t length) {
   return out;
 }
 
-std::wstring UTF16ToWstring(const wstring& text) { return std::wstring(text.begin(), text.end()); }
+std::wstring UTF16ToWstring(const wstring& text) {
+  return std::wstring(text.begin(), text.end());
+}
 
 u8string UTF16to8(const wstring& text) {
   u8string out;
@@ -147,7 +151,9 @@ std::string ToStdString(const u8string& text) {
   return std::string(reinterpret_cast<const char*>(text.data()), text.size());
 }
 
-std::string ToStdString(const wstring& text) { return ToStdString(UTF16to8(text)); }
+std::string ToStdString(const wstring& text) {
+  return ToStdString(UTF16to8(text));
+}
 
 std::string ReplaceInString(const std::string& text, const std::string& from1, const std::string& to1,
                             const std::string& from2, const std::string& to2, const std::string& from3,

@@ -5,6 +5,8 @@
 
 namespace kivcore::utility {
 
-unsigned int CPUCount() noexcept { return std::max(1u, std::thread::hardware_concurrency()); }
+unsigned int CPUCount() noexcept {
+  return std::max(1u, std::thread::hardware_concurrency());
+}
 
 }  // namespace kivcore::utility

@@ -37,6 +37,8 @@ std::string Guid::ToString() const {
   return std::string(text, 36);
 }
 
-std::ostream& operator<<(std::ostream& out, const Guid& guid) { return out << guid.ToString(); }
+std::ostream& operator<<(std::ostream& out, const Guid& guid) {
+  return out << guid.ToString();
+}
 
 }  // namespace kivcore::utility

@@ -65,10 +65,16 @@ ImmutableString ImmutableString::_PrivateCreateStatic(const char* literal) noexc
   return result;
 }
 
-u8string ImmutableString::ToU8String() const { return string::ToU8(View()); }
+u8string ImmutableString::ToU8String() const {
+  return string::ToU8(View());
+}
 
-wstring ImmutableString::ToString() const { return string::UTF8to16(View()); }
+wstring ImmutableString::ToString() const {
+  return string::UTF8to16(View());
+}
 
-std::ostream& operator<<(std::ostream& out, const ImmutableString& text) { return out << text.View(); }
+std::ostream& operator<<(std::ostream& out, const ImmutableString& text) {
+  return out << text.View();
+}
 
 }  // namespace kivcore::utility

@@ -16,8 +16,11 @@ TEST(StringConversionsTest, Utf8AndWideRoundTripIncludingSupplementaryPlanes) {
 }
 
 TEST(StringConversionsTest, InvalidSequencesBecomeReplacementCharacters) {
-  EXPECT_EQ(ToStdString(UTF16to8(UTF8to16("a\xFF" "b"))), "a\xEF\xBF\xBD" "b");
-  EXPECT_EQ(ToStdString(UTF16to8(UTF8to16("\xC3"))), "\xEF\xBF\xBD");       // truncated
+  EXPECT_EQ(ToStdString(UTF16to8(UTF8to16("a\xFF"
+                                          "b"))),
+            "a\xEF\xBF\xBD"
+            "b");
+  EXPECT_EQ(ToStdString(UTF16to8(UTF8to16("\xC3"))), "\xEF\xBF\xBD");                  // truncated
   EXPECT_EQ(ToStdString(UTF16to8(UTF8to16("\xC0\xAF"))), "\xEF\xBF\xBD\xEF\xBF\xBD");  // overlong
 }
 

@@ -23,8 +23,9 @@ class STLAllocator {
   STLAllocator(const STLAllocator<U>&) noexcept {}
 
   T* allocate(size_t n) {
-    static_assert(alignof(T) <= MemoryRecycler::kSmallAlignment || sizeof(T) >= MemoryRecycler::kLargeAlignment,
-                  "the recycler cannot honour this alignment");
+    static_assert(
+        alignof(T) <= MemoryRecycler::kSmallAlignment || sizeof(T) >= MemoryRecycler::kLargeAlignment,
+        "the recycler cannot honour this alignment");
     if (n > std::numeric_limits<size_t>::max() / sizeof(T)) {
       throw std::bad_array_new_length();
     }

@@ -34,7 +34,8 @@ class Implements : public Interfaces... {
  public:
   void* QueryInterface(const utility::Guid& iid) noexcept override {
     void* found = nullptr;
-    ((found = found != nullptr ? found : detail::FindInterface<Interfaces>(static_cast<Interfaces*>(this), iid)),
+    ((found =
+          found != nullptr ? found : detail::FindInterface<Interfaces>(static_cast<Interfaces*>(this), iid)),
      ...);
     if (found == nullptr && iid == UnknownBase::kIID) {
       found = static_cast<UnknownBase*>(this);
@@ -50,7 +51,8 @@ class ImplementsMore : public Base, public Interfaces... {
 
   void* QueryInterface(const utility::Guid& iid) noexcept override {
     void* found = nullptr;
-    ((found = found != nullptr ? found : detail::FindInterface<Interfaces>(static_cast<Interfaces*>(this), iid)),
+    ((found =
+          found != nullptr ? found : detail::FindInterface<Interfaces>(static_cast<Interfaces*>(this), iid)),
      ...);
     return found != nullptr ? found : Base::QueryInterface(iid);
   }

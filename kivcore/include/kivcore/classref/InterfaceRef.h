@@ -25,12 +25,12 @@ class InterfaceRef {
 
   // Upcast: a reference to a derived interface converts to one of its bases.
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  InterfaceRef(const InterfaceRef<U>& other) noexcept  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> InterfaceRef(const InterfaceRef<U>& other)
+  noexcept  // NOLINT(google-explicit-constructor)
       : mPointer(other.GetShared()) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  InterfaceRef(InterfaceRef<U>&& other) noexcept  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> InterfaceRef(InterfaceRef<U>&& other)
+  noexcept  // NOLINT(google-explicit-constructor)
       : mPointer(std::move(other).TakeShared()) {}
 
   T* operator->() const { return &**this; }

@@ -10,8 +10,8 @@
 
 namespace kivcore {
 
-using u8string = std::basic_string<unsigned char, std::char_traits<unsigned char>,
-                                   allocator::STLAllocator<unsigned char>>;
+using u8string =
+    std::basic_string<unsigned char, std::char_traits<unsigned char>, allocator::STLAllocator<unsigned char>>;
 using wstring = std::basic_string<wchar_t, std::char_traits<wchar_t>, allocator::STLAllocator<wchar_t>>;
 
 }  // namespace kivcore
