@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "OwnedTask.h"
 #include "PriorityTaskQueue.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/config/kiv_exception.h"
@@ -36,28 +37,12 @@ struct AsyncThreadedSubExecutor::State {
   std::atomic<bool> terminated{false};  // written under mutex; read without it
 };
 
-// Owns a reference to the sub-executor until it runs; destroyed unrun (refused by the parent or dropped
-// by its shutdown), it terminates the sub-executor so that queued tasks do not wait forever.
-class AsyncThreadedSubExecutor::Slot {
+// A slot terminates the sub-executor when it is lost, so that queued tasks do not wait forever.
+class AsyncThreadedSubExecutor::Slot
+    : public OwnedTask<AsyncThreadedSubExecutor, &AsyncThreadedSubExecutor::RunSlot,
+                       &AsyncThreadedSubExecutor::OnSlotLost> {
  public:
-  explicit Slot(std::shared_ptr<AsyncThreadedSubExecutor> owner) noexcept : mOwner(std::move(owner)) {}
-  Slot(const Slot& other) = default;  // std::function demands it; parents move tasks
-  Slot(Slot&& other) noexcept = default;
-  Slot& operator=(const Slot&) = delete;
-  Slot& operator=(Slot&&) = delete;
-  ~Slot() {
-    if (mOwner) {
-      mOwner->OnSlotLost();
-    }
-  }
-
-  void operator()() {
-    const std::shared_ptr<AsyncThreadedSubExecutor> owner = std::move(mOwner);
-    owner->RunSlot();
-  }
-
- private:
-  std::shared_ptr<AsyncThreadedSubExecutor> mOwner;  // null once run
+  using OwnedTask::OwnedTask;
 };
 
 AsyncThreadedSubExecutor::AsyncThreadedSubExecutor(const std::shared_ptr<async::AsyncExecutor>& parent,

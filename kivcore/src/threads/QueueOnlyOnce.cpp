@@ -4,33 +4,17 @@
 #include <climits>
 #include <utility>
 
+#include "OwnedTask.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/config/kiv_exception.h"
 
 namespace kivcore::threads {
 
-// Keeps the QueueOnlyOnce alive until it runs; destroyed unrun (refused, or dropped by a shutdown), it
-// returns the state machine to idle so that the object is not stuck "queued" forever.
-class QueueOnlyOnce::Run {
+// A lost run returns the state machine to idle, so that the object is not stuck "queued" forever.
+class QueueOnlyOnce::Run
+    : public OwnedTask<QueueOnlyOnce, &QueueOnlyOnce::Execute, &QueueOnlyOnce::OnRunLost> {
  public:
-  explicit Run(std::shared_ptr<QueueOnlyOnce> owner) noexcept : mOwner(std::move(owner)) {}
-  Run(const Run& other) = default;  // std::function demands it; executors move tasks
-  Run(Run&& other) noexcept = default;
-  Run& operator=(const Run&) = delete;
-  Run& operator=(Run&&) = delete;
-  ~Run() {
-    if (mOwner) {
-      mOwner->OnRunLost();
-    }
-  }
-
-  void operator()() {
-    const std::shared_ptr<QueueOnlyOnce> owner = std::move(mOwner);
-    owner->Execute();
-  }
-
- private:
-  std::shared_ptr<QueueOnlyOnce> mOwner;  // null once run
+  using OwnedTask::OwnedTask;
 };
 
 std::shared_ptr<QueueOnlyOnce> QueueOnlyOnce::Create(std::function<void()> task,
