@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "FakeTensorDescription.h"
+#include "support/FakeTensorDescription.h"
 #include "kivcore/config/NullPtrException.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
 #include "kivml/ITensorMLFeatureModifier.h"

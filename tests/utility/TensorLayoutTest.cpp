@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "FakeTensorDescription.h"
+#include "support/FakeTensorDescription.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/utility/TensorLayout.h"

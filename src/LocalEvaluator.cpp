@@ -1,0 +1,303 @@
+#include "LocalEvaluator.h"
+
+#include <algorithm>
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "gpu/AvailableVideoMemory.h"
+#include "kivcore/config/ExceptionResult.h"
+#include "kivcore/config/ResultCodes.h"
+#include "kivcore/debug/Assert.h"
+#include "kivcore/debug/ProfileRegion.h"
+#include "kivcore/debug/Trace.h"
+#include "kivcore/logging/Logging.h"
+#include "kivcore/threads/ScopedLock.h"
+#include "kivml/ResultCodes.h"
+#include "kivml/SetModelException.h"
+#include "utility/CalculateOptimalBatchSize.h"
+#include "utility/TraceCategory.h"
+
+namespace kivml {
+
+using kivcore::threads::ScopedLock;
+using utility::BatchContainer;
+using utility::EvaluatorStatistician;
+
+namespace {
+
+// Completes Start's future with the load's result, or with eModelExecutionTerminated when the load never
+// ran (the evaluator went away or its worker was shut down first).
+struct LoadCompletion {
+  kivcore::async::Promise<int> mPromise;
+  ~LoadCompletion() { mPromise.SetValue(eModelExecutionTerminated); }
+};
+
+// The worker's statistics. Each evaluator has a worker thread of its own, so this is per evaluator. The
+// factors stay 0: the estimate is the first measured batch time.
+thread_local EvaluatorStatistician tWorkerStatistician;
+
+}  // namespace
+
+LocalEvaluator::LocalEvaluator(std::shared_ptr<const utility::BatchFillClock> clock)
+    : mClock(std::move(clock)) {}
+
+LocalEvaluator::~LocalEvaluator() {
+  std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> worker;
+  {
+    ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::~LocalEvaluator");
+    worker = std::move(mWorker);
+    mTrigger.reset();
+  }
+  if (worker) {
+    // Joins the worker; when the last reference went away on the worker itself, it is detached instead.
+    worker->Shutdown();
+  }
+}
+
+bool LocalEvaluator::Pause() {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::Pause");
+  if (!mWorker) {
+    return false;
+  }
+  mWorker->Pause();
+  return true;
+}
+
+bool LocalEvaluator::Resume() {
+  std::shared_ptr<kivcore::threads::QueueOnlyOnce> trigger;
+  {
+    ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::Resume");
+    if (!mWorker) {
+      return false;
+    }
+    mWorker->Resume();
+    trigger = mTrigger;
+  }
+  // A loop that stopped because of the pause left requests queued with no trigger pending for them.
+  trigger->Trigger();
+  return true;
+}
+
+LocalEvaluator::RequestQueue LocalEvaluator::PopUnlessPaused() {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::PopUnlessPaused");
+  if (mWorker && mWorker->IsPaused()) {
+    return {};
+  }
+  return PopQueuedFeatureRequests();
+}
+
+uint64_t LocalEvaluator::QueryAvailableVideoMemory() const {
+  return gpu::QueryAvailableVideoMemory();
+}
+
+int LocalEvaluator::SetModel(kivcore::classref::InterfaceRef<IMLModel> model) {
+  try {
+    const uint64_t allowance = QueryAvailableVideoMemory() / 10;
+    const FeatureDescriptionVector descriptions = model->GetInputFeatureDescriptions();
+    const size_t batchSize = descriptions.empty() ? 1
+                                                  : utility::CalculateOptimalBatchSize(
+                                                        static_cast<size_t>(allowance), descriptions);
+    KIV_TRACE(kTraceCategory, 7,
+              "Selected batch size for model: " + std::string(model->GetName().View()) + " --> " +
+                  std::to_string(batchSize));
+
+    ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::SetModel");
+    SetBatchSizeLocked(batchSize);
+    BaseMLEvaluator::SetModel(std::move(model));
+  } catch (...) {
+    throw SetModelException(kivcore::config::ExtractResultFromException(std::current_exception()));
+  }
+  return 0;
+}
+
+void LocalEvaluator::SetShouldUseBatching(bool shouldUseBatching) {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::SetShouldUseBatching");
+  SetShouldUseBatchingLocked(shouldUseBatching);
+}
+
+kivcore::async::Future<int> LocalEvaluator::Start() {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::Start");
+  if (mWorker) {
+    return kivcore::async::MakeReadyFuture(static_cast<int>(kivcore::config::eInvalidArgument));
+  }
+  const auto model = GetModel();
+  std::string name = GetEvaluatorTypeName();
+  name += ':';
+  if (model) {
+    name += model->GetName().View();
+  }
+  auto worker = kivcore::threads::CreateAsyncThreadedExecutor(
+      name, 1, kivcore::threads::ThreadPriority::kNormal, {}, {}, kivcore::threads::ThreadAttributes());
+
+  const std::weak_ptr<LocalEvaluator> weakSelf =
+      std::dynamic_pointer_cast<LocalEvaluator>(GetSharedFromThis());
+  const bool batched = GetShouldUseBatching();
+  auto trigger = kivcore::threads::QueueOnlyOnce::Create(
+      [weakSelf, batched] {
+        if (const auto self = weakSelf.lock()) {
+          if (batched) {
+            self->ProcessQueueThroughModelBatched();
+          } else {
+            self->ProcessQueueThroughModel();
+          }
+        }
+      },
+      worker, 0, 0);
+
+  auto completion = std::make_shared<LoadCompletion>();
+  kivcore::async::Future<int> loaded = completion->mPromise.GetFuture();
+  worker->Post(
+      [weakSelf, trigger, completion] {
+        const auto self = weakSelf.lock();
+        if (!self) {
+          return;  // the completion answers eModelExecutionTerminated
+        }
+        KIV_TRACE(kTraceCategory, 5, "kivml::LoadModel");
+        int result = 0;
+        try {
+          result = self->LoadModel();
+        } catch (...) {
+          const std::exception_ptr exception = std::current_exception();
+          kivcore::logging::LogException(exception, "kivml::LoadModel", nullptr);
+          result = kivcore::config::ExtractResultFromException(exception);
+        }
+        completion->mPromise.SetValue(result);
+        trigger->Trigger();  // requests queued before Start had nobody to wake the worker
+      },
+      0);
+
+  mWorker = std::move(worker);
+  mTrigger = std::move(trigger);
+  return loaded;
+}
+
+void LocalEvaluator::MarkQueueHasPendingFeatures() {
+  QueueExecutor();
+}
+
+void LocalEvaluator::QueueExecutor() {
+  std::shared_ptr<kivcore::threads::QueueOnlyOnce> trigger;
+  {
+    ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::QueueExecutor");
+    trigger = mTrigger;
+  }
+  if (trigger) {
+    trigger->Trigger();
+  }
+}
+
+void LocalEvaluator::ProcessQueueThroughModel() {
+  static kivcore::debug::ProfileRegion predictRegion("kivmachinelearning.LocalEvaluator Predict");
+  for (RequestQueue requests = PopUnlessPaused(); !requests.empty(); requests = PopUnlessPaused()) {
+    for (auto& request : requests) {
+      if (request.mPromise.IsAbandoned()) {
+        continue;  // nobody waits for the answer
+      }
+      try {
+        utility::FeatureContainerVector outputs;
+        {
+          auto scope = predictRegion.Scope();
+          outputs = Predict(request.mInputs);
+        }
+        request.mPromise.SetValue(std::move(outputs));
+      } catch (...) {
+        request.mPromise.SetException(std::current_exception());
+      }
+    }
+  }
+}
+
+void LocalEvaluator::ProcessQueueThroughModelBatched() {
+  static kivcore::debug::ProfileRegion predictRegion("kivmachinelearning.LocalEvaluator PredictBatched");
+  EvaluatorStatistician& statistician = tWorkerStatistician;
+  const auto model = GetModel();
+  const FeatureDescriptionVector descriptions =
+      model ? model->GetInputFeatureDescriptions() : FeatureDescriptionVector();
+  RequestQueue pending;  // taken from the queue but not yet in a batch
+  for (;;) {
+    BatchContainer container(GetBatchSize(), descriptions);
+    if (!FillBatchLoop(container, pending, statistician)) {
+      return;
+    }
+    int result = 0;
+    BatchOutputs outputs;
+    {
+      auto scope = predictRegion.Scope();
+      EvaluatorStatistician::ScopedTimer timer(statistician, [this] { return mClock->Now(); });
+      try {
+        result = PredictBatched(container.GetBatchedFeatures(), outputs);
+      } catch (...) {
+        const std::exception_ptr exception = std::current_exception();
+        kivcore::logging::LogException(exception, "kivml::LocalEvaluator::Predict*", nullptr);
+        result = kivcore::config::ExtractResultFromException(exception);
+      }
+    }
+    if (!kivcore::ResultSucceeded(result)) {
+      kivcore::logging::LogMessage("PredictBatched has a non-zero result code");
+      KIV_ASSERT(kivcore::ResultSucceeded(result), "kivml::LocalEvaluator::ProcessQueueThroughModelBatched");
+    }
+    AnswerBatch(container, result, outputs);
+  }
+}
+
+void LocalEvaluator::AnswerBatch(BatchContainer& container, int result, BatchOutputs& outputs) {
+  static constexpr const char* kPredictError =
+      "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError";
+  auto& promises = container.GetBatchedPromises();
+  if (!kivcore::ResultSucceeded(result)) {
+    for (auto& promise : promises) {
+      promise.SetException(kivcore::kiv_exception(kPredictError, result));
+    }
+    return;
+  }
+  // Rows past the real requests are padding: their outputs are dropped with `outputs`.
+  const size_t answered = std::min(promises.size(), outputs.size());
+  for (size_t row = 0; row < answered; ++row) {
+    promises[row].SetValue(std::move(outputs[row]));
+  }
+  // A backend that returned fewer rows than it was given must not leave requests without an answer.
+  for (size_t row = answered; row < promises.size(); ++row) {
+    promises[row].SetException(kivcore::kiv_exception(kPredictError, eInferenceFailure));
+  }
+}
+
+bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pending,
+                                   const EvaluatorStatistician& statistician) {
+  static kivcore::debug::ProfileRegion fillRegion("kivmachinelearning.LocalEvaluator FillBatchLoop");
+  auto scope = fillRegion.Scope();
+  const auto start = mClock->Now();
+  const bool mustFill = MustFillBatch();
+  for (;;) {
+    if (pending.empty()) {
+      // Once a batch has rows it runs, paused or not; an empty one waits for Resume.
+      pending = container.IsEmpty() ? PopUnlessPaused() : PopQueuedFeatureRequests();
+    }
+    while (!container.IsFull() && !pending.empty()) {
+      container.AddToBatch(std::move(pending.front()));  // abandoned requests are dropped here
+      pending.pop_front();
+    }
+    if (pending.empty() && container.IsEmpty()) {
+      return false;
+    }
+    if (container.IsFull() || !mustFill) {
+      break;
+    }
+    const auto missingRows =
+        static_cast<std::chrono::milliseconds::rep>(container.BatchSize() - container.Size());
+    const std::chrono::milliseconds wait = std::min(
+        statistician.GetExpectedBatchInferenceTime(missingRows * kFillWaitPerMissingRow), kMaxFillWait);
+    if (!mClock->WaitAtGate(GetGate(), mClock->Now() + wait)) {
+      break;  // nobody came in time: run what we have
+    }
+  }
+  const size_t dummyRows = mustFill ? container.FinalizeBatch() : 0;
+  KIV_TRACE(kTraceCategory, 7,
+            "Filled batch of size " + std::to_string(container.Size()) + " in " +
+                std::to_string(
+                    std::chrono::duration_cast<std::chrono::milliseconds>(mClock->Now() - start).count()) +
+                "ms" + " with " + std::to_string(dummyRows) + " dummy features");
+  return true;
+}
+
+}  // namespace kivml

@@ -1,0 +1,103 @@
+#pragma once
+// An evaluator that runs its model in this process, on a worker thread of its own. It owns the lifecycle
+// (SetModel, Start, Pause, Resume), the batch size, the batch-filling loop with its adaptive wait and the
+// hand-back of outputs to each request's future. Running the model is the backend's business: a derived
+// class implements the backend operations at the end.
+//
+// Threads: one worker per evaluator (created by Start) runs the model load and every prediction, so
+// predictions never overlap. Each QueueFeatures fires a fold-once trigger that runs the processing loop on
+// the worker; bursts fold into one run. Whether that loop is the single or the batched one is fixed when
+// Start runs: SetShouldUseBatching afterwards has no effect on it.
+//
+// Start fires the trigger once the model load has finished, whatever its outcome, so requests queued
+// before Start (when there was no trigger to fire) are answered without waiting for a later request.
+//
+// Lifetime: the worker holds the evaluator only weakly between runs. Destroying the evaluator shuts the
+// worker down; requests still queued then fail with eModelExecutionTerminated, requests already taken
+// into a batch are answered first (the run in progress keeps the evaluator alive until it ends).
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "BaseMLEvaluator.h"
+#include "kivcore/threads/AsyncThreadedExecutor.h"
+#include "kivcore/threads/QueueOnlyOnce.h"
+#include "utility/BatchContainer.h"
+#include "utility/BatchFillClock.h"
+#include "utility/EvaluatorStatistician.h"
+
+namespace kivml {
+
+class LocalEvaluator : public BaseMLEvaluator {
+ public:
+  using BatchRows = utility::BatchContainer::FeatureVectors;
+  using BatchOutputs = std::vector<utility::FeatureContainerVector,
+                                   kivcore::allocator::STLAllocator<utility::FeatureContainerVector>>;
+
+  // Longest wait for latecomers before a short batch runs.
+  static constexpr std::chrono::milliseconds kMaxFillWait{1500};
+  // Wait per missing row while no prediction times are known.
+  static constexpr std::chrono::milliseconds kFillWaitPerMissingRow{250};
+
+  ~LocalEvaluator() override;
+
+  // \see IMLEvaluator. False when Start has not created the worker yet. A paused evaluator answers the
+  // requests its worker has already taken and takes no more; Resume picks up the queue where it stopped.
+  bool Pause() override;
+  bool Resume() override;
+
+  // \see IMLEvaluatorPrivate. SetModel picks the batch size from a tenth of the free video memory and the
+  // model's input sizes (1 for a model without inputs); failures raise SetModelException.
+  int SetModel(kivcore::classref::InterfaceRef<IMLModel> model) override;
+  void SetShouldUseBatching(bool shouldUseBatching) override;
+  // Creates the worker and loads the model on it; the future yields LoadModel's result code. A second
+  // Start yields eInvalidArgument and changes nothing.
+  kivcore::async::Future<int> Start() override;
+
+  // Fires the worker's trigger (QueueExecutor); does nothing before Start.
+  void MarkQueueHasPendingFeatures() override;
+
+  // --- Backend operations, all called on the worker thread except the type name.
+  // A constant name for the kind of evaluator ("ORT"); used to name the worker.
+  virtual const char* GetEvaluatorTypeName() const = 0;
+  // Loads the bound model; returns a result code.
+  virtual int LoadModel() = 0;
+  // Whether a batch must hold exactly the batch size rows: if so the fill loop waits for latecomers and
+  // pads with dummy rows.
+  virtual bool MustFillBatch() const = 0;
+  // One request's inputs to its outputs; throws on failure.
+  virtual utility::FeatureContainerVector Predict(const utility::FeatureContainerVector& inputs) = 0;
+  // One prediction over every row of `batch`; fills `outputs` with one vector per row, in row order, and
+  // returns a result code.
+  virtual int PredictBatched(const BatchRows& batch, BatchOutputs& outputs) = 0;
+
+ protected:
+  explicit LocalEvaluator(
+      std::shared_ptr<const utility::BatchFillClock> clock = utility::GetSteadyBatchFillClock());
+
+  // Free video memory of the adapter GPU evaluation would use; 0 when unknown.
+  virtual uint64_t QueryAvailableVideoMemory() const;
+
+ private:
+  void QueueExecutor();
+  // Takes the queued requests, or none while the worker is paused, so that Pause also stops a processing
+  // loop that is already running (under steady load it would never end).
+  RequestQueue PopUnlessPaused();
+  // The single loop: predicts each queued request on its own until the queue is empty.
+  void ProcessQueueThroughModel();
+  // The batched loop: fills, predicts and answers batches until the queue is empty.
+  void ProcessQueueThroughModelBatched();
+  // Fills `container` from `pending` and the queue, waiting for latecomers when the backend wants full
+  // batches. False when there is nothing to run.
+  bool FillBatchLoop(utility::BatchContainer& container, RequestQueue& pending,
+                     const utility::EvaluatorStatistician& statistician);
+  void AnswerBatch(utility::BatchContainer& container, int result, BatchOutputs& outputs);
+
+  const std::shared_ptr<const utility::BatchFillClock> mClock;
+  std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex
+  std::shared_ptr<kivcore::threads::QueueOnlyOnce> mTrigger;         // guarded by the evaluator's mutex
+};
+
+}  // namespace kivml

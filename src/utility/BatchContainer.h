@@ -1,0 +1,61 @@
+#pragma once
+// Collects the rows of one batched prediction: the inputs of each real request with its promise, then
+// zero-filled dummy rows up to the batch size. Lives for one prediction; used by one thread.
+
+#include <cstddef>
+#include <functional>
+#include <vector>
+
+#include "kivcore/allocator/STLAllocator.h"
+#include "kivml/IMLModel.h"
+#include "utility/QueuedFeatureRequest.h"
+
+namespace kivml::utility {
+
+class BatchContainer {
+ public:
+  using FeatureVectors =
+      std::vector<FeatureContainerVector, kivcore::allocator::STLAllocator<FeatureContainerVector>>;
+  using Promises =
+      std::vector<kivcore::async::Promise<FeatureContainerVector>,
+                  kivcore::allocator::STLAllocator<kivcore::async::Promise<FeatureContainerVector>>>;
+  template <class T>
+  using Transformer = std::function<QueuedFeatureRequest(T&)>;
+
+  BatchContainer(size_t batchSize, FeatureDescriptionVector inputDescriptions);
+
+  // Takes the request as a row. False when the batch is full (the request is left as it was) or when
+  // nobody waits for the answer any more (the request is then dropped: its inputs are freed).
+  bool AddToBatch(QueuedFeatureRequest&& request);
+
+  // Moves items from the front of `items` into the batch, each turned into a request by `transformer`,
+  // until the batch is full or `items` is empty. Items taken are removed from `items`, dropped ones too.
+  template <class Container>
+  void FillBatchFromContainer(Container& items,
+                              const Transformer<typename Container::value_type>& transformer) {
+    while (!IsFull() && !items.empty()) {
+      AddToBatch(transformer(items.front()));
+      items.pop_front();
+    }
+  }
+
+  // Pads the batch with dummy rows (no promise) up to the batch size; returns how many it added.
+  size_t FinalizeBatch();
+
+  bool IsEmpty() const noexcept { return mBatchedFeatures.empty(); }
+  bool IsFull() const noexcept { return mBatchedFeatures.size() >= mBatchSize; }
+  // Rows held, dummy rows included.
+  size_t Size() const noexcept { return mBatchedFeatures.size(); }
+  size_t BatchSize() const noexcept { return mBatchSize; }
+
+  const FeatureVectors& GetBatchedFeatures() const noexcept { return mBatchedFeatures; }
+  Promises& GetBatchedPromises() noexcept { return mBatchedPromises; }
+
+ private:
+  const size_t mBatchSize;
+  const FeatureDescriptionVector mInputDescriptions;
+  FeatureVectors mBatchedFeatures;
+  Promises mBatchedPromises;
+};
+
+}  // namespace kivml::utility

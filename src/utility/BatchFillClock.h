@@ -1,0 +1,25 @@
+#pragma once
+// The time source of the batch fill loop: when it is, and how it waits at the evaluator's gate for more
+// requests. Tests give the loop a clock of their own so the adaptive wait is checked without sleeping.
+
+#include <chrono>
+#include <memory>
+
+#include "kivcore/threads/Gate.h"
+
+namespace kivml::utility {
+
+class BatchFillClock {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  virtual ~BatchFillClock();
+  virtual TimePoint Now() const = 0;
+  // Waits until the gate opens or `deadline` passes; true when the gate opened in time.
+  virtual bool WaitAtGate(const kivcore::threads::Gate& gate, TimePoint deadline) const = 0;
+};
+
+// The steady clock with real waits; shared, stateless.
+std::shared_ptr<const BatchFillClock> GetSteadyBatchFillClock();
+
+}  // namespace kivml::utility

@@ -1,0 +1,75 @@
+#include "utility/CalculateOptimalBatchSize.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "kivcore/debug/DebugDatabase.h"
+#include "kivcore/string/StringConversions.h"
+#include "kivml/ITensorFeatureDescription.h"
+#include "kivml/utility/TensorLayout.h"
+
+namespace kivml::utility {
+
+namespace {
+
+constexpr uint64_t kDefaultMultiplier = 16;
+constexpr uint64_t kRowGranule = 8;
+constexpr const char* kMultiplierKey = "kivml.BatchSizeMultiplier";
+
+uint64_t ParseMultiplier(std::string_view text) {
+  uint64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [last, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || last != end || value == 0) {
+    return kDefaultMultiplier;
+  }
+  return value;
+}
+
+}  // namespace
+
+uint64_t GetBatchSizeMultiplier() {
+  static std::mutex mutex;
+  static uint64_t cachedChangeCount = std::numeric_limits<uint64_t>::max();
+  static uint64_t cachedMultiplier = kDefaultMultiplier;
+
+  auto& database = kivcore::debug::DebugDatabase::Instance();
+  std::lock_guard lock(mutex);
+  // Read the count first: a change racing with the read below then only causes one more read later.
+  const uint64_t changeCount = database.GetChangeCount();
+  if (changeCount != cachedChangeCount) {
+    const std::string_view key(kMultiplierKey);
+    cachedMultiplier = database.HasEntry(key)
+                           ? ParseMultiplier(kivcore::string::TrimBlanks(database.GetEntry(key)))
+                           : kDefaultMultiplier;
+    cachedChangeCount = changeCount;
+  }
+  return cachedMultiplier;
+}
+
+size_t CalculateOptimalBatchSize(size_t memoryAllowance, const FeatureDescriptionVector& descriptions) {
+  const uint64_t multiplier = GetBatchSizeMultiplier();
+  if (memoryAllowance == 0) {
+    return kRowGranule;
+  }
+  uint64_t rowBytes = 0;
+  for (const auto& description : descriptions) {
+    rowBytes += CalculateTensorFeatureSize(description.Query<ITensorFeatureDescription>());
+  }
+  rowBytes = std::max<uint64_t>(rowBytes, 1);
+
+  uint64_t rows = memoryAllowance / rowBytes;
+  rows = rows > std::numeric_limits<uint64_t>::max() - (kRowGranule - 1)
+             ? std::numeric_limits<uint64_t>::max() & ~(kRowGranule - 1)
+             : (rows + kRowGranule - 1) & ~(kRowGranule - 1);
+  const uint64_t cap = multiplier > std::numeric_limits<uint64_t>::max() / kRowGranule
+                           ? std::numeric_limits<uint64_t>::max()
+                           : multiplier * kRowGranule;
+  return static_cast<size_t>(std::min(std::max(rows, kRowGranule), cap));
+}
+
+}  // namespace kivml::utility

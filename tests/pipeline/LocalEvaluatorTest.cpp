@@ -1,0 +1,263 @@
+#include <gtest/gtest.h>
+
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kivcore/config/ResultCodes.h"
+#include "kivcore/debug/Assert.h"
+#include "kivcore/debug/Trace.h"
+#include "kivcore/logging/Logging.h"
+#include "kivml/ResultCodes.h"
+#include "kivml/SetModelException.h"
+#include "support/FakeEvaluator.h"
+#include "support/FakeModel.h"
+#include "support/FutureChecks.h"
+#include "support/ManualFillClock.h"
+
+namespace kivml::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using RequestFuture = kivcore::async::Future<utility::FeatureContainerVector>;
+using Rows = std::vector<std::vector<int32_t>>;
+
+constexpr const char* kPredictError = "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError";
+
+// Collects the library's trace lines while it lives.
+class TraceCapture {
+ public:
+  TraceCapture() {
+    mPrevious = kivcore::debug::SetTraceSink([this](int, const std::string&, const std::string& message) {
+      std::lock_guard lock(mMutex);
+      mLines.push_back(message);
+    });
+    kivcore::debug::SetTraceLevel("kivmachinelearning", 7);
+  }
+  ~TraceCapture() {
+    kivcore::debug::SetTraceLevel("kivmachinelearning", -1);
+    kivcore::debug::SetTraceSink(mPrevious);
+  }
+  bool Saw(const std::string& line) const {
+    std::lock_guard lock(mMutex);
+    return std::find(mLines.begin(), mLines.end(), line) != mLines.end();
+  }
+
+ private:
+  kivcore::debug::TraceSink mPrevious;
+  mutable std::mutex mMutex;
+  std::vector<std::string> mLines;
+};
+
+struct StartOptions {
+  FakeEvaluator::Behaviour behaviour{};
+  bool batched = true;
+  size_t batchSize = 4;
+  std::vector<int32_t> queuedBeforeStart{};
+};
+
+class LocalEvaluatorTest : public ::testing::Test {
+ protected:
+  // Starts an evaluator on the manual clock; requests listed in the setup are queued before Start.
+  std::shared_ptr<FakeEvaluator> Start(StartOptions setup) {
+    auto evaluator = FakeEvaluator::Create(std::move(setup.behaviour), mClock);
+    evaluator->SetModel(MakeScalarModel());
+    evaluator->SetShouldUseBatching(setup.batched);
+    evaluator->ForceBatchSize(setup.batchSize);
+    for (int32_t value : setup.queuedBeforeStart) {
+      mFutures.push_back(evaluator->QueueFeatures(MakeRequest(value)));
+    }
+    const auto started = evaluator->Start();
+    EXPECT_TRUE(started.WaitFor(kFutureTimeout));
+    EXPECT_EQ(started.Get(), 0);
+    return evaluator;
+  }
+
+  // Every future so far, waited for, must carry its own request back.
+  void ExpectEchoed(const std::vector<int32_t>& values) {
+    ASSERT_EQ(mFutures.size(), values.size());
+    for (size_t i = 0; i < values.size(); ++i) {
+      ASSERT_EQ(ResultOf(mFutures[i]), 0) << "request " << values[i];
+      EXPECT_EQ(ValueOf(mFutures[i].Get()), values[i]);
+    }
+  }
+
+  const std::shared_ptr<ManualFillClock> mClock = std::make_shared<ManualFillClock>();
+  std::vector<RequestFuture> mFutures;
+};
+
+TEST_F(LocalEvaluatorTest, RequestsQueuedBeforeStartRunAsPaddedBatchesInOrder) {
+  TraceCapture trace;
+  auto evaluator = Start({.queuedBeforeStart = {1, 2, 3, 4, 5, 6}});
+  ExpectEchoed({1, 2, 3, 4, 5, 6});
+  EXPECT_EQ(evaluator->Batches(), (Rows{{1, 2, 3, 4}, {5, 6, 0, 0}}));
+  // Only the short batch waited: two missing rows, no timings yet.
+  EXPECT_EQ(mClock->Waits(), std::vector<std::chrono::milliseconds>{500ms});
+  EXPECT_TRUE(trace.Saw("Filled batch of size 4 in 500ms with 2 dummy features"));
+  EXPECT_EQ(evaluator->LoadCount(), 1);
+}
+
+TEST_F(LocalEvaluatorTest, WaitUsesTheFirstMeasuredBatchTimeOnceFourAreKnown) {
+  int predictions = 0;
+  auto evaluator = Start({.behaviour = {.onPredictBatched =
+                                            [&](const LocalEvaluator::BatchRows&) {
+                                              mClock->Advance(predictions++ == 0 ? 40ms : 100ms);
+                                              return 0;
+                                            }},
+                          .batchSize = 8});
+  for (int32_t value = 1; value <= 6; ++value) {
+    mFutures.push_back(evaluator->QueueFeatures(MakeRequest(value)));
+    ASSERT_EQ(ResultOf(mFutures.back()), 0);
+  }
+  // Seven missing rows would be 1750 ms: capped. Then the smoothed time, which with the worker's zero
+  // factors stays at the first sample although later batches took longer.
+  EXPECT_EQ(mClock->Waits(),
+            (std::vector<std::chrono::milliseconds>{1500ms, 1500ms, 1500ms, 1500ms, 40ms, 40ms}));
+}
+
+TEST_F(LocalEvaluatorTest, RequestArrivingDuringTheWaitJoinsTheBatch) {
+  auto evaluator = Start({});
+  RequestFuture latecomer;
+  mClock->DuringNextWait([&] { latecomer = evaluator->QueueFeatures(MakeRequest(2)); });
+  mFutures.push_back(evaluator->QueueFeatures(MakeRequest(1)));
+  ASSERT_EQ(ResultOf(mFutures.back()), 0);
+  ASSERT_EQ(ResultOf(latecomer), 0);
+  EXPECT_EQ(ValueOf(latecomer.Get()), 2);
+  EXPECT_EQ(evaluator->Batches(), (Rows{{1, 2, 0, 0}}));
+  EXPECT_EQ(mClock->Waits(), (std::vector<std::chrono::milliseconds>{750ms, 500ms}));
+}
+
+TEST_F(LocalEvaluatorTest, BackendWithoutFullBatchesNeitherWaitsNorPads) {
+  auto evaluator = Start({.behaviour = {.mustFillBatch = false}, .queuedBeforeStart = {1, 2, 3, 4, 5}});
+  ExpectEchoed({1, 2, 3, 4, 5});
+  EXPECT_EQ(evaluator->Batches(), (Rows{{1, 2, 3, 4}, {5}}));
+  EXPECT_TRUE(mClock->Waits().empty());
+}
+
+TEST_F(LocalEvaluatorTest, FailedBatchFailsItsRequestsAndTheNextBatchStillRuns) {
+  constexpr int kThrownCode = static_cast<int>(0x80004005u);
+  std::vector<std::string> logged;
+  const auto previousSink =
+      kivcore::logging::SetLogSink([&](const std::string& line) { logged.push_back(line); });
+  kivcore::debug::ScAssertRecorder asserts;
+  int batch = 0;
+  auto evaluator =
+      Start({.behaviour = {.onPredictBatched =
+                               [&](const LocalEvaluator::BatchRows&) {
+                                 switch (batch++) {
+                                   case 0:
+                                     return eInferenceFailure;
+                                   case 1:
+                                     throw kivcore::kiv_exception("backend blew up", kThrownCode);
+                                   default:
+                                     return 0;
+                                 }
+                               }},
+             .batchSize = 2,
+             .queuedBeforeStart = {1, 2, 3, 4, 5, 6}});
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(ResultOf(mFutures[i]), i < 2 ? eInferenceFailure : kThrownCode);
+    EXPECT_EQ(MessageOf(mFutures[i]), kPredictError);
+  }
+  EXPECT_EQ(ResultOf(mFutures[4]), 0);
+  EXPECT_EQ(ResultOf(mFutures[5]), 0);
+  evaluator.reset();
+  kivcore::logging::SetLogSink(previousSink);
+
+  EXPECT_EQ(asserts.Count(), 2u);
+  EXPECT_EQ(asserts.Reports().front().condition, "kivcore::ResultSucceeded(result)");
+  EXPECT_EQ(std::count(logged.begin(), logged.end(), "PredictBatched has a non-zero result code"), 2);
+}
+
+TEST_F(LocalEvaluatorTest, SingleLoopFailsOnlyTheRequestThatThrowsAndSkipsAbandonedOnes) {
+  auto evaluator = FakeEvaluator::Create({.onPredict =
+                                              [](const utility::FeatureContainerVector& inputs) {
+                                                if (ValueOf(inputs) == 2) {
+                                                  throw kivcore::kiv_exception("bad row", eBadFeature);
+                                                }
+                                              }},
+                                         mClock);
+  evaluator->SetModel(MakeScalarModel());
+  for (int32_t value = 1; value <= 3; ++value) {
+    mFutures.push_back(evaluator->QueueFeatures(MakeRequest(value)));
+  }
+  evaluator->QueueFeatures(MakeRequest(4));  // nobody waits for this one
+  mFutures.push_back(evaluator->QueueFeatures(MakeRequest(5)));
+  const auto started = evaluator->Start();
+  ASSERT_TRUE(started.WaitFor(kFutureTimeout));
+  ASSERT_EQ(started.Get(), 0);
+
+  EXPECT_EQ(ResultOf(mFutures[0]), 0);
+  EXPECT_EQ(ResultOf(mFutures[1]), eBadFeature);
+  EXPECT_EQ(ResultOf(mFutures[2]), 0);
+  EXPECT_EQ(ResultOf(mFutures[3]), 0);
+  EXPECT_EQ(evaluator->Singles(), (std::vector<int32_t>{1, 2, 3, 5}));
+  EXPECT_TRUE(evaluator->Batches().empty());
+}
+
+TEST_F(LocalEvaluatorTest, LifecyclePauseResumeAndDestructionWhilePaused) {
+  auto evaluator = FakeEvaluator::Create({.loadResult = eBadFeatureDescriptions}, mClock);
+  evaluator->SetModel(MakeScalarModel());
+  EXPECT_FALSE(evaluator->Pause());
+  EXPECT_FALSE(evaluator->Resume());
+
+  const auto started = evaluator->Start();
+  ASSERT_TRUE(started.WaitFor(kFutureTimeout));
+  EXPECT_EQ(started.Get(), eBadFeatureDescriptions);  // the load's code, as is
+  const auto again = evaluator->Start();
+  ASSERT_TRUE(again.WaitFor(kFutureTimeout));
+  EXPECT_EQ(again.Get(), kivcore::config::eInvalidArgument);
+  EXPECT_EQ(evaluator->LoadCount(), 1);
+
+  EXPECT_TRUE(evaluator->Pause());
+  mFutures.push_back(evaluator->QueueFeatures(MakeRequest(1)));
+  EXPECT_TRUE(evaluator->Resume());
+  ASSERT_EQ(ResultOf(mFutures.back()), 0);
+
+  ASSERT_TRUE(evaluator->Pause());
+  for (int32_t value = 2; value <= 4; ++value) {
+    mFutures.push_back(evaluator->QueueFeatures(MakeRequest(value)));
+  }
+  evaluator.reset();
+  for (size_t i = 1; i < mFutures.size(); ++i) {
+    EXPECT_EQ(ResultOf(mFutures[i]), eModelExecutionTerminated);
+  }
+}
+
+TEST_F(LocalEvaluatorTest, BatchingFlagIsFixedAtStart) {
+  auto evaluator = Start({.batched = false});
+  evaluator->SetShouldUseBatching(true);
+  mFutures.push_back(evaluator->QueueFeatures(MakeRequest(9)));
+  ExpectEchoed({9});
+  EXPECT_EQ(evaluator->Singles(), std::vector<int32_t>{9});
+  EXPECT_TRUE(evaluator->Batches().empty());
+}
+
+TEST_F(LocalEvaluatorTest, SetModelSizesTheBatchFromFreeVideoMemory) {
+  TraceCapture trace;
+  const auto batchSizeWith = [](uint64_t freeVideoMemory, kivcore::classref::InterfaceRef<IMLModel> model) {
+    auto evaluator = FakeEvaluator::Create({.freeVideoMemory = freeVideoMemory});
+    evaluator->SetModel(std::move(model));
+    return evaluator->GetBatchSize();
+  };
+  const auto noInputs = kivcore::classref::MakeInterfaceRef<IMLModel>(
+      kivcore::classref::CreateObject<FakeModel>("empty", FeatureDescriptionVector()));
+  EXPECT_EQ(batchSizeWith(1 << 30, noInputs), 1u);
+  EXPECT_EQ(batchSizeWith(0, MakeScalarModel()), 8u);
+  // A tenth of 800 bytes holds 20 four-byte rows: rounded up to 24.
+  EXPECT_EQ(batchSizeWith(800, MakeScalarModel("sized")), 24u);
+  EXPECT_TRUE(trace.Saw("Selected batch size for model: sized --> 24"));
+
+  auto evaluator = FakeEvaluator::Create();
+  try {
+    evaluator->SetModel(nullptr);
+    ADD_FAILURE() << "a missing model was accepted";
+  } catch (const SetModelException& exception) {
+    EXPECT_EQ(exception.GetResult(), kivcore::config::eNullPtrException);
+    EXPECT_STREQ(exception.what(), "Exception in kivml::IMLEvaluatorPrivate::SetModel");
+  }
+}
+
+}  // namespace
+}  // namespace kivml::testing

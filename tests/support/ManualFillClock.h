@@ -1,0 +1,62 @@
+#pragma once
+// A fill-loop clock that never sleeps: time moves only when a test (or a fake backend) advances it, and a
+// wait at a closed gate returns at once as a time-out, with the clock moved to the deadline. Every wait is
+// recorded; a hook can run during a wait (to queue a latecomer, say).
+
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "utility/BatchFillClock.h"
+
+namespace kivml::testing {
+
+class ManualFillClock final : public utility::BatchFillClock {
+ public:
+  TimePoint Now() const override {
+    std::lock_guard lock(mMutex);
+    return mNow;
+  }
+
+  bool WaitAtGate(const kivcore::threads::Gate& gate, TimePoint deadline) const override {
+    std::function<void()> hook;
+    {
+      std::lock_guard lock(mMutex);
+      mWaits.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - mNow));
+      hook = std::exchange(mDuringNextWait, {});
+    }
+    if (hook) {
+      hook();
+    }
+    if (gate.IsOpen()) {
+      return true;
+    }
+    std::lock_guard lock(mMutex);
+    mNow = std::max(mNow, deadline);
+    return false;
+  }
+
+  void Advance(std::chrono::milliseconds elapsed) {
+    std::lock_guard lock(mMutex);
+    mNow += elapsed;
+  }
+
+  // Runs `hook` on the waiting thread during the next wait only.
+  void DuringNextWait(std::function<void()> hook) {
+    std::lock_guard lock(mMutex);
+    mDuringNextWait = std::move(hook);
+  }
+
+  std::vector<std::chrono::milliseconds> Waits() const {
+    std::lock_guard lock(mMutex);
+    return mWaits;
+  }
+
+ private:
+  mutable std::mutex mMutex;
+  mutable TimePoint mNow{};
+  mutable std::vector<std::chrono::milliseconds> mWaits;
+  mutable std::function<void()> mDuringNextWait;
+};
+
+}  // namespace kivml::testing
