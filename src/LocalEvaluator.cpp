@@ -117,15 +117,16 @@ void LocalEvaluator::SetShouldUseBatching(bool shouldUseBatching) {
 }
 
 kivcore::async::Future<int> LocalEvaluator::Start() {
+  // The model's name is host code: ask for it before taking the lock.
+  std::string name = GetEvaluatorTypeName();
+  name += ':';
+  if (const auto model = GetModel()) {
+    name += model->GetName().View();
+  }
+
   ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::Start");
   if (mWorker) {
     return kivcore::async::MakeReadyFuture(static_cast<int>(kivcore::config::eInvalidArgument));
-  }
-  const auto model = GetModel();
-  std::string name = GetEvaluatorTypeName();
-  name += ':';
-  if (model) {
-    name += model->GetName().View();
   }
   auto worker = kivcore::threads::CreateAsyncThreadedExecutor(
       name, 1, kivcore::threads::ThreadPriority::kNormal, {}, {}, kivcore::threads::ThreadAttributes());

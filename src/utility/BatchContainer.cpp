@@ -1,5 +1,6 @@
 #include "utility/BatchContainer.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "kivml/utility/TensorFactories.h"
@@ -7,9 +8,10 @@
 namespace kivml::utility {
 
 BatchContainer::BatchContainer(size_t batchSize, FeatureDescriptionVector inputDescriptions)
-    : mBatchSize(batchSize), mInputDescriptions(std::move(inputDescriptions)) {
-  mBatchedFeatures.reserve(batchSize);
-  mBatchedPromises.reserve(batchSize);
+    // A batch of no rows would never take a request: the loop that drains the queue would spin.
+    : mBatchSize(std::max<size_t>(batchSize, 1)), mInputDescriptions(std::move(inputDescriptions)) {
+  mBatchedFeatures.reserve(mBatchSize);
+  mBatchedPromises.reserve(mBatchSize);
 }
 
 bool BatchContainer::AddToBatch(QueuedFeatureRequest&& request) {
