@@ -1,0 +1,165 @@
+// Request-pipeline overhead of the local evaluator: QueueFeatures, the worker's pop and batch fill, the
+// hand-back through each request's future. The backend echoes its inputs at once, so every microsecond
+// measured is the pipeline's (request construction included; RequestConstruction gives that part alone).
+//
+// Producers share one started evaluator per configuration, each keeping a window of requests in flight and
+// waiting on the oldest when it is full, which keeps the worker saturated. Rows are per producer count and
+// batch size (0: unbatched). per_request is wall-clock time per answered request, all producers together;
+// rows_per_batch (batched only) shows whether batches fill or go out padded.
+// Compare rows within one run; absolute times depend on the machine's load.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "support/FakeEvaluator.h"
+#include "support/FakeModel.h"
+
+namespace {
+
+using kivml::testing::FakeEvaluator;
+using RequestFuture = kivcore::async::Future<kivml::utility::FeatureContainerVector>;
+
+// Twice the largest batch: producers can queue the next batch while the worker answers the current one.
+constexpr size_t kWindowPerProducer = 64;
+
+// Waits for a request's answer and empties the slot; false when the request failed.
+bool Collect(RequestFuture& slot) {
+  slot.Wait();
+  const bool answered = slot.HasValue();
+  slot = RequestFuture();
+  return answered;
+}
+
+struct Configuration {
+  std::shared_ptr<FakeEvaluator> mEvaluator;
+  std::shared_ptr<std::atomic<uint64_t>> mBatches = std::make_shared<std::atomic<uint64_t>>(0);
+};
+
+// Started once in main, before any benchmark runs, since starting one creates its worker thread.
+std::map<int64_t, Configuration> gConfigurations;
+
+bool StartConfiguration(Configuration& configuration, int64_t batchSize) {
+  FakeEvaluator::Behaviour behaviour;
+  behaviour.record = false;
+  behaviour.onPredictBatched = [batches = configuration.mBatches](const FakeEvaluator::BatchRows&) {
+    batches->fetch_add(1, std::memory_order_relaxed);
+    return 0;
+  };
+  auto evaluator = FakeEvaluator::Create(std::move(behaviour));
+  evaluator->SetModel(kivml::testing::MakeScalarModel());
+  if (batchSize > 0) {
+    evaluator->ForceBatchSize(static_cast<size_t>(batchSize));
+  }
+  evaluator->SetShouldUseBatching(batchSize > 0);
+  auto started = evaluator->Start();
+  started.Wait();
+  configuration.mEvaluator = std::move(evaluator);
+  if (!started.HasValue() || started.Get() != 0) {
+    return false;
+  }
+  // Until it has timed a few batches the fill loop waits up to seconds for latecomers: get that over with
+  // full batches here rather than in the first runs.
+  std::vector<RequestFuture> warmUp;
+  for (int64_t row = 0; row < 4 * std::max<int64_t>(batchSize, 1); ++row) {
+    warmUp.push_back(configuration.mEvaluator->QueueFeatures(kivml::testing::MakeRequest(0)));
+  }
+  return std::all_of(warmUp.begin(), warmUp.end(), [](RequestFuture& future) { return Collect(future); });
+}
+
+void RequestConstruction(benchmark::State& state) {
+  int32_t value = 0;
+  for (auto _ : state) {
+    auto request = kivml::testing::MakeRequest(value++);
+    benchmark::DoNotOptimize(request.data());
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(RequestConstruction);
+
+// The library averages the producers' timers, each stopped when its own loop ends; producers that finish
+// early would make the run look shorter than it was. So each waits here for the others at its end.
+std::atomic<int> gFinishedProducers{0};
+
+void FinishTogether(const benchmark::State& state, bool wait) {
+  if (gFinishedProducers.fetch_add(1) + 1 == state.threads()) {
+    gFinishedProducers.notify_all();
+    return;
+  }
+  for (int finished = gFinishedProducers.load(); wait && finished < state.threads();
+       finished = gFinishedProducers.load()) {
+    gFinishedProducers.wait(finished);
+  }
+}
+
+void Pipeline(benchmark::State& state) {
+  if (state.thread_index() == 0) {
+    gFinishedProducers = 0;  // nobody counts before the start barrier, which this thread has not passed
+  }
+  const Configuration& configuration = gConfigurations.at(state.range(0));
+  FakeEvaluator& evaluator = *configuration.mEvaluator;
+  // Read outside the timed loop (before its start barrier, after its stop barrier): every producer then
+  // counts about the same batches.
+  const uint64_t batchesBefore = configuration.mBatches->load();
+  std::vector<RequestFuture> window(kWindowPerProducer);
+  size_t next = 0;  // the slot to fill next; once the window is full, it holds the oldest request
+  int32_t value = 0;
+  benchmark::IterationCount left = state.max_iterations;
+  for (auto _ : state) {
+    RequestFuture& slot = window[next];
+    if (slot.IsValid() && !Collect(slot)) {
+      state.SkipWithError("a request failed");
+      FinishTogether(state, false);
+      break;
+    }
+    slot = evaluator.QueueFeatures(kivml::testing::MakeRequest(value++));
+    next = (next + 1) % kWindowPerProducer;
+    if (--left == 0) {
+      // Waiting for the whole window here answers every counted request within the timed loop.
+      const bool answered = std::all_of(window.begin(), window.end(), [](RequestFuture& pending) {
+        return !pending.IsValid() || Collect(pending);
+      });
+      FinishTogether(state, true);
+      if (!answered) {
+        state.SkipWithError("a request failed");
+      }
+    }
+  }
+  const uint64_t batches = configuration.mBatches->load() - batchesBefore;
+  state.SetItemsProcessed(state.iterations());
+  state.counters["per_request"] = benchmark::Counter(
+      static_cast<double>(state.iterations()), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  if (state.range(0) > 0 && batches > 0) {
+    // Summed over producers, each share of the requests over all batches adds up to rows per batch.
+    state.counters["rows_per_batch"] = static_cast<double>(state.iterations()) / static_cast<double>(batches);
+  }
+}
+BENCHMARK(Pipeline)->ArgName("batch")->Arg(8)->Arg(32)->Arg(0)->ThreadRange(1, 64)->UseRealTime();
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+    return 1;
+  }
+  for (const int64_t batchSize : {8, 32, 0}) {
+    if (!StartConfiguration(gConfigurations[batchSize], batchSize)) {
+      std::fprintf(stderr, "evaluator with batch size %lld did not start\n",
+                   static_cast<long long>(batchSize));
+      gConfigurations.clear();
+      return 1;
+    }
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  // Each destructor joins its worker: do it here, while the runtime's executors still exist.
+  gConfigurations.clear();
+  benchmark::Shutdown();
+  return 0;
+}
