@@ -7,6 +7,9 @@ Gate::Gate(bool open) : mOpen(open) {}
 Gate::~Gate() = default;
 
 void Gate::Open() {
+  if (mOpen.load(std::memory_order_acquire)) {
+    return;  // nobody can be waiting at an open gate; most opens find it so
+  }
   std::lock_guard lock(mMutex);
   if (mOpen.load(std::memory_order_relaxed)) {
     return;

@@ -10,6 +10,8 @@ namespace kivcore::threads {
 
 namespace {
 
+constexpr int kSpinAttempts = 4;
+
 const char* SiteOrUnknown(const char* where) {
   return where == nullptr ? "unknown site" : where;
 }
@@ -20,35 +22,35 @@ RecursiveMutex::RecursiveMutex(const char* name) : mName(name == nullptr ? "unna
 
 RecursiveMutex::~RecursiveMutex() = default;
 
-void RecursiveMutex::Acquire(std::thread::id self, const char* where) const {
-  mOwner = self;
+void RecursiveMutex::Acquired(std::thread::id self, const char* where) const {
   mDepth = 1;
-  mOwnerWhere = where;
+  mOwnerWhere.store(where, std::memory_order_relaxed);
+  mOwner.store(self, std::memory_order_relaxed);
 }
 
 void RecursiveMutex::Lock(const char* where, const std::chrono::milliseconds& timeout) const {
   const std::thread::id self = std::this_thread::get_id();
-  std::unique_lock lock(mMutex);
-  if (mDepth == 0) {
-    Acquire(self, where);
-    return;
-  }
-  if (mOwner == self) {
+  if (mOwner.load(std::memory_order_relaxed) == self) {
     ++mDepth;
     return;
   }
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  ++mWaiters;
-  const bool acquired = mReleased.wait_until(lock, deadline, [this] { return mDepth == 0; });
-  --mWaiters;
-  if (acquired) {
-    Acquire(self, where);
+  // Holders keep the lock for a few hundred nanoseconds: a short spin often saves putting this thread to
+  // sleep and waking it again.
+  for (int attempt = 0; attempt < kSpinAttempts; ++attempt) {
+    if (mMutex.try_lock()) {
+      Acquired(self, where);
+      return;
+    }
+    std::this_thread::yield();
+  }
+  if (mMutex.try_lock_for(timeout)) {
+    Acquired(self, where);
     return;
   }
   std::ostringstream message;
   message << "Lock time-out: mutex '" << mName << "' waited for at '" << SiteOrUnknown(where) << "' for "
-          << timeout.count() << " ms; held at '" << SiteOrUnknown(mOwnerWhere) << "' by thread " << mOwner;
-  lock.unlock();
+          << timeout.count() << " ms; held at '" << SiteOrUnknown(mOwnerWhere.load(std::memory_order_relaxed))
+          << "' by thread " << mOwner.load(std::memory_order_relaxed);
   const std::string text = message.str();
   try {
     logging::LogMessage(text);
@@ -59,40 +61,32 @@ void RecursiveMutex::Lock(const char* where, const std::chrono::milliseconds& ti
 }
 
 void RecursiveMutex::Unlock() const {
-  const std::thread::id self = std::this_thread::get_id();
-  std::lock_guard lock(mMutex);
-  if (mDepth == 0 || mOwner != self) {
+  if (mOwner.load(std::memory_order_relaxed) != std::this_thread::get_id()) {
     return;
   }
   if (--mDepth != 0) {
     return;
   }
-  mOwner = std::thread::id();
-  mOwnerWhere = nullptr;
-  // Signalled under the lock: the next owner may destroy this mutex as soon as it gets it.
-  if (mWaiters > 0) {
-    mReleased.notify_one();
-  }
+  mOwner.store(std::thread::id(), std::memory_order_relaxed);
+  mOwnerWhere.store(nullptr, std::memory_order_relaxed);
+  mMutex.unlock();
 }
 
 bool RecursiveMutex::TryLock(const char* where) const {
   const std::thread::id self = std::this_thread::get_id();
-  std::lock_guard lock(mMutex);
-  if (mDepth == 0) {
-    Acquire(self, where);
-    return true;
-  }
-  if (mOwner == self) {
+  if (mOwner.load(std::memory_order_relaxed) == self) {
     ++mDepth;
     return true;
   }
-  return false;
+  if (!mMutex.try_lock()) {
+    return false;
+  }
+  Acquired(self, where);
+  return true;
 }
 
 bool RecursiveMutex::IsLockedByCurrentThread() const {
-  const std::thread::id self = std::this_thread::get_id();
-  std::lock_guard lock(mMutex);
-  return mDepth != 0 && mOwner == self;
+  return mOwner.load(std::memory_order_relaxed) == std::this_thread::get_id();
 }
 
 }  // namespace kivcore::threads

@@ -8,8 +8,8 @@
 // - `name` and every `where` must outlive the mutex (string literals, as a rule): only the pointers are
 //   kept. The mutex must be unlocked when destroyed.
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <thread>
 
@@ -35,16 +35,17 @@ class KIVCORE_EXPORT RecursiveMutex {
   bool IsLockedByCurrentThread() const;
 
  private:
-  void Acquire(std::thread::id self, const char* where) const;
+  void Acquired(std::thread::id self, const char* where) const;
 
   const char* const mName;
-  // Guards the fields below; held only for bookkeeping, never while the caller works under the lock.
-  mutable std::mutex mMutex;
-  mutable std::condition_variable mReleased;  // signalled when the depth drops to 0 and someone waits
-  mutable std::thread::id mOwner;             // guarded by mMutex; meaningful while mDepth > 0
-  mutable unsigned mDepth = 0;                // guarded by mMutex
-  mutable const char* mOwnerWhere = nullptr;  // guarded by mMutex: the holder's outermost site
-  mutable unsigned mWaiters = 0;              // guarded by mMutex
+  // Held by the owner for as long as its depth is above 0. A timed futex-based mutex: an uncontended lock
+  // is one atomic operation, and a contended one hands over without a second wait.
+  mutable std::timed_mutex mMutex;
+  // Written only by the owner while it holds mMutex, so a thread that reads its own id here owns the lock.
+  // Others read them only to name the holder in a time-out message.
+  mutable std::atomic<std::thread::id> mOwner{};
+  mutable std::atomic<const char*> mOwnerWhere{nullptr};  // the holder's outermost site
+  mutable unsigned mDepth = 0;                            // touched only by the owner
 };
 
 }  // namespace kivcore::threads
