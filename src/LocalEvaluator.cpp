@@ -117,6 +117,17 @@ void LocalEvaluator::SetShouldUseBatching(bool shouldUseBatching) {
 }
 
 kivcore::async::Future<int> LocalEvaluator::Start() {
+  try {
+    return StartWorker();
+  } catch (...) {
+    // No thread to start, no memory: the failure goes where the caller looks for the load's result.
+    const std::exception_ptr exception = std::current_exception();
+    kivcore::logging::LogException(exception, "kivml::LocalEvaluator::Start", nullptr);
+    return kivcore::async::MakeReadyFuture(kivcore::config::ExtractResultFromException(exception));
+  }
+}
+
+kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   // The model's name is host code: ask for it before taking the lock.
   std::string name = GetEvaluatorTypeName();
   name += ':';

@@ -81,6 +81,7 @@ class LocalEvaluator : public BaseMLEvaluator {
   virtual uint64_t QueryAvailableVideoMemory() const;
 
  private:
+  kivcore::async::Future<int> StartWorker();
   void QueueExecutor();
   // Takes the queued requests, or none while the worker is paused, so that Pause also stops a processing
   // loop that is already running (under steady load it would never end).

@@ -1,5 +1,6 @@
 #include "kivcore/threads/RecursiveMutex.h"
 
+#include <algorithm>
 #include <sstream>
 #include <string>
 
@@ -11,6 +12,7 @@ namespace kivcore::threads {
 namespace {
 
 constexpr int kSpinAttempts = 4;
+constexpr std::chrono::milliseconds kWaitSlice{100};
 
 const char* SiteOrUnknown(const char* where) {
   return where == nullptr ? "unknown site" : where;
@@ -43,7 +45,7 @@ void RecursiveMutex::Lock(const char* where, const std::chrono::milliseconds& ti
     }
     std::this_thread::yield();
   }
-  if (mMutex.try_lock_for(timeout)) {
+  if (WaitForMutex(std::chrono::steady_clock::now() + timeout)) {
     Acquired(self, where);
     return;
   }
@@ -58,6 +60,22 @@ void RecursiveMutex::Lock(const char* where, const std::chrono::milliseconds& ti
     // The exception below still reports the time-out.
   }
   throw LockTimeoutException(text);
+}
+
+bool RecursiveMutex::WaitForMutex(std::chrono::steady_clock::time_point deadline) const {
+  // The timed lock against the system clock is the one every platform and sanitizer knows. Waiting in
+  // short slices against the steady deadline keeps a change of the system clock from stretching or cutting
+  // the wait by more than one slice.
+  for (;;) {
+    const auto left = deadline - std::chrono::steady_clock::now();
+    if (left <= std::chrono::steady_clock::duration::zero()) {
+      return mMutex.try_lock();
+    }
+    if (mMutex.try_lock_until(std::chrono::system_clock::now() +
+                              std::min<std::chrono::steady_clock::duration>(left, kWaitSlice))) {
+      return true;
+    }
+  }
 }
 
 void RecursiveMutex::Unlock() const {

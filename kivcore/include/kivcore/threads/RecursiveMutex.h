@@ -36,6 +36,8 @@ class KIVCORE_EXPORT RecursiveMutex {
 
  private:
   void Acquired(std::thread::id self, const char* where) const;
+  // Takes mMutex, waiting until `deadline` at most.
+  bool WaitForMutex(std::chrono::steady_clock::time_point deadline) const;
 
   const char* const mName;
   // Held by the owner for as long as its depth is above 0. A timed futex-based mutex: an uncontended lock
