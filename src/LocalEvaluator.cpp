@@ -229,7 +229,20 @@ void LocalEvaluator::ProcessQueueThroughModelBatched() {
   RequestQueue pending;  // taken from the queue but not yet in a batch
   for (;;) {
     BatchContainer container(GetBatchSize(), descriptions);
-    if (!FillBatchLoop(container, pending, statistician)) {
+    try {
+      if (!FillBatchLoop(container, pending, statistician)) {
+        return;
+      }
+    } catch (...) {
+      // Padding or taking the queue failed: whoever was taken hears why, instead of a broken promise.
+      const std::exception_ptr exception = std::current_exception();
+      kivcore::logging::LogException(exception, "kivml::LocalEvaluator::FillBatchLoop", nullptr);
+      for (auto& promise : container.GetBatchedPromises()) {
+        promise.SetException(exception);
+      }
+      for (auto& request : pending) {
+        request.mPromise.SetException(exception);
+      }
       return;
     }
     int result = 0;

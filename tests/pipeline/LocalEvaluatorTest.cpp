@@ -170,6 +170,33 @@ TEST_F(LocalEvaluatorTest, FailedBatchFailsItsRequestsAndTheNextBatchStillRuns) 
   EXPECT_EQ(std::count(logged.begin(), logged.end(), "PredictBatched has a non-zero result code"), 2);
 }
 
+// A description that is not a tensor's: no dummy row can be made from it.
+class OpaqueDescription final : public kivcore::classref::Implements<IFeatureDescription> {
+ public:
+  kivcore::utility::ImmutableString GetName() const override {
+    return kivcore::utility::ImmutableString::Create("opaque");
+  }
+  FeatureKind GetKind() const override { return FeatureKind::kOther; }
+};
+
+TEST_F(LocalEvaluatorTest, BatchThatCannotBePaddedFailsItsRequestsWithTheReason) {
+  auto evaluator = FakeEvaluator::Create({}, mClock);
+  evaluator->SetModel(
+      kivcore::classref::MakeInterfaceRef<IMLModel>(kivcore::classref::CreateObject<FakeModel>(
+          "opaque", FeatureDescriptionVector{kivcore::classref::MakeInterfaceRef<IFeatureDescription>(
+                        kivcore::classref::CreateObject<OpaqueDescription>())})));
+  evaluator->SetShouldUseBatching(true);
+  const auto started = evaluator->Start();
+  ASSERT_TRUE(started.WaitFor(kFutureTimeout));
+  const auto previousSink = kivcore::logging::SetLogSink([](const std::string&) {});
+  const auto future = evaluator->QueueFeatures(MakeRequest(1));
+  EXPECT_EQ(ResultOf(future), kivcore::config::eNullPtrException);
+  // The evaluator keeps serving: the next request gets the same answer, not silence.
+  EXPECT_EQ(ResultOf(evaluator->QueueFeatures(MakeRequest(2))), kivcore::config::eNullPtrException);
+  evaluator.reset();
+  kivcore::logging::SetLogSink(previousSink);
+}
+
 TEST_F(LocalEvaluatorTest, SingleLoopFailsOnlyTheRequestThatThrowsAndSkipsAbandonedOnes) {
   auto evaluator = FakeEvaluator::Create({.onPredict =
                                               [](const utility::FeatureContainerVector& inputs) {
