@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "support/FakeTensorDescription.h"
 #include "kivcore/config/NullPtrException.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
 #include "kivml/ITensorMLFeatureModifier.h"
 #include "kivml/utility/TensorFactories.h"
+#include "support/FakeTensorDescription.h"
 
 namespace kivml::utility {
 namespace {

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "support/FakeTensorDescription.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/utility/TensorLayout.h"
+#include "support/FakeTensorDescription.h"
 
 namespace kivml::utility {
 namespace {
