@@ -4,9 +4,9 @@
 //
 // Producers share one started evaluator per configuration, each keeping a window of requests in flight and
 // waiting on the oldest when it is full, which keeps the worker saturated. Rows are per producer count and
-// batch size (0: unbatched). per_request is wall-clock time per answered request, all producers together;
-// rows_per_batch (batched only) shows whether batches fill or go out padded.
-// Compare rows within one run; absolute times depend on the machine's load.
+// batch size (0: unbatched), with or without a registered throttle function. per_request is wall-clock time
+// per answered request, all producers together; rows_per_batch (batched only) shows whether batches fill or
+// go out padded. Compare rows within one run; absolute times depend on the machine's load.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -39,13 +39,16 @@ bool Collect(RequestFuture& slot) {
 
 struct Configuration {
   std::shared_ptr<FakeEvaluator> mEvaluator;
+  // Registered when the configuration is throttled: every queue change then posts a notification.
+  std::shared_ptr<FakeEvaluator::ThrottleFunction> mThrottle;
   std::shared_ptr<std::atomic<uint64_t>> mBatches = std::make_shared<std::atomic<uint64_t>>(0);
 };
 
 // Started once in main, before any benchmark runs, since starting one creates its worker thread.
-std::map<int64_t, Configuration> gConfigurations;
+// Keyed by (batch size, throttled).
+std::map<std::pair<int64_t, int64_t>, Configuration> gConfigurations;
 
-bool StartConfiguration(Configuration& configuration, int64_t batchSize) {
+bool StartConfiguration(Configuration& configuration, int64_t batchSize, bool throttled) {
   FakeEvaluator::Behaviour behaviour;
   behaviour.record = false;
   behaviour.onPredictBatched = [batches = configuration.mBatches](const FakeEvaluator::BatchRows&) {
@@ -58,6 +61,11 @@ bool StartConfiguration(Configuration& configuration, int64_t batchSize) {
     evaluator->ForceBatchSize(static_cast<size_t>(batchSize));
   }
   evaluator->SetShouldUseBatching(batchSize > 0);
+  if (throttled) {
+    configuration.mThrottle = std::make_shared<FakeEvaluator::ThrottleFunction>(
+        [](FakeEvaluator::ThrottleOptions option) { benchmark::DoNotOptimize(option); });
+    evaluator->RegisterThrottleFxn(configuration.mThrottle);
+  }
   auto started = evaluator->Start();
   started.Wait();
   configuration.mEvaluator = std::move(evaluator);
@@ -102,7 +110,7 @@ void Pipeline(benchmark::State& state) {
   if (state.thread_index() == 0) {
     gFinishedProducers = 0;  // nobody counts before the start barrier, which this thread has not passed
   }
-  const Configuration& configuration = gConfigurations.at(state.range(0));
+  const Configuration& configuration = gConfigurations.at({state.range(0), state.range(1)});
   FakeEvaluator& evaluator = *configuration.mEvaluator;
   // Read outside the timed loop (before its start barrier, after its stop barrier): every producer then
   // counts about the same batches.
@@ -140,7 +148,15 @@ void Pipeline(benchmark::State& state) {
     state.counters["rows_per_batch"] = static_cast<double>(state.iterations()) / static_cast<double>(batches);
   }
 }
-BENCHMARK(Pipeline)->ArgName("batch")->Arg(8)->Arg(32)->Arg(0)->ThreadRange(1, 64)->UseRealTime();
+BENCHMARK(Pipeline)
+    ->ArgNames({"batch", "throttled"})
+    ->Args({8, 0})
+    ->Args({32, 0})
+    ->Args({0, 0})
+    ->Args({8, 1})
+    ->Args({0, 1})
+    ->ThreadRange(1, 64)
+    ->UseRealTime();
 
 }  // namespace
 
@@ -149,8 +165,9 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
   }
-  for (const int64_t batchSize : {8, 32, 0}) {
-    if (!StartConfiguration(gConfigurations[batchSize], batchSize)) {
+  for (const auto& [batchSize, throttled] :
+       {std::pair<int64_t, int64_t>{8, 0}, {32, 0}, {0, 0}, {8, 1}, {0, 1}}) {
+    if (!StartConfiguration(gConfigurations[{batchSize, throttled}], batchSize, throttled != 0)) {
       std::fprintf(stderr, "evaluator with batch size %lld did not start\n",
                    static_cast<long long>(batchSize));
       gConfigurations.clear();
