@@ -36,8 +36,8 @@ void RecursiveMutex::Lock(const char* where, const std::chrono::milliseconds& ti
     ++mDepth;
     return;
   }
-  // Holders keep the lock for a few hundred nanoseconds: a short spin often saves putting this thread to
-  // sleep and waking it again.
+  // Holders keep the lock for a few hundred nanoseconds: a few retries, yielding in between, often save
+  // putting this thread to sleep and waking it again.
   for (int attempt = 0; attempt < kSpinAttempts; ++attempt) {
     if (mMutex.try_lock()) {
       Acquired(self, where);
