@@ -287,6 +287,22 @@ void LocalEvaluator::AnswerBatch(BatchContainer& container, int result, BatchOut
   }
 }
 
+void LocalEvaluator::CheckBatchRow(const utility::FeatureContainerVector& /*row*/,
+                                   const utility::FeatureContainerVector* /*firstRow*/) {}
+
+void LocalEvaluator::AdmitToBatch(BatchContainer& container, utility::QueuedFeatureRequest&& request) {
+  if (!request.mPromise.IsAbandoned()) {
+    const auto& rows = container.GetBatchedFeatures();
+    try {
+      CheckBatchRow(request.mInputs, rows.empty() ? nullptr : &rows.front());
+    } catch (...) {
+      request.mPromise.SetException(std::current_exception());
+      return;
+    }
+  }
+  container.AddToBatch(std::move(request));  // abandoned requests are dropped here
+}
+
 bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pending,
                                    const EvaluatorStatistician& statistician) {
   static kivcore::debug::ProfileRegion fillRegion("kivmachinelearning.LocalEvaluator FillBatchLoop");
@@ -299,7 +315,7 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
       pending = container.IsEmpty() ? PopUnlessPaused() : PopQueuedFeatureRequests();
     }
     while (!container.IsFull() && !pending.empty()) {
-      container.AddToBatch(std::move(pending.front()));  // abandoned requests are dropped here
+      AdmitToBatch(container, std::move(pending.front()));
       pending.pop_front();
     }
     if (pending.empty() && container.IsEmpty()) {

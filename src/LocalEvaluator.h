@@ -72,6 +72,11 @@ class LocalEvaluator : public BaseMLEvaluator {
   // One prediction over every row of `batch`; fills `outputs` with one vector per row, in row order, and
   // returns a result code.
   virtual int PredictBatched(const BatchRows& batch, BatchOutputs& outputs) = 0;
+  // Admits a request into a batch whose first row is `firstRow` (null for the first row): throws when the
+  // request cannot share a prediction with it, which fails that request alone. Admits everything unless
+  // overridden.
+  virtual void CheckBatchRow(const utility::FeatureContainerVector& row,
+                             const utility::FeatureContainerVector* firstRow);
 
  protected:
   explicit LocalEvaluator(
@@ -95,6 +100,8 @@ class LocalEvaluator : public BaseMLEvaluator {
   bool FillBatchLoop(utility::BatchContainer& container, RequestQueue& pending,
                      const utility::EvaluatorStatistician& statistician);
   void AnswerBatch(utility::BatchContainer& container, int result, BatchOutputs& outputs);
+  // Adds `request` to `container` unless CheckBatchRow refuses it, which fails the request.
+  void AdmitToBatch(utility::BatchContainer& container, utility::QueuedFeatureRequest&& request);
 
   const std::shared_ptr<const utility::BatchFillClock> mClock;
   std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex

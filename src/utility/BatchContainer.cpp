@@ -3,9 +3,64 @@
 #include <algorithm>
 #include <utility>
 
+#include "kivcore/classref/Implements.h"
+#include "kivml/ITensorFeatureDescription.h"
+#include "kivml/ITensorMLFeatureAccessor.h"
 #include "kivml/utility/TensorFactories.h"
 
 namespace kivml::utility {
+
+namespace {
+
+// A tensor description whose free dimensions have been given sizes.
+class SizedDescription final : public kivcore::classref::Implements<ITensorFeatureDescription> {
+ public:
+  SizedDescription(const ITensorFeatureDescription& described, DescriptionShapeType shape)
+      : mName(described.GetName()), mDataType(described.GetTensorDataType()), mShape(std::move(shape)) {}
+
+  kivcore::utility::ImmutableString GetName() const override { return mName; }
+  FeatureKind GetKind() const override { return FeatureKind::kTensor; }
+  kivcore::utility::Guid GetTensorDataType() const override { return mDataType; }
+  DescriptionShapeType GetTensorShape() const override { return mShape; }
+
+ private:
+  kivcore::utility::ImmutableString mName;
+  kivcore::utility::Guid mDataType;
+  DescriptionShapeType mShape;
+};
+
+// Gives each free dimension (-1) the size it has in `row`'s tensor of the same name, or 1 when the row has
+// none to copy, so that dummy rows agree with the real rows of their batch (image height and width...).
+FeatureDescriptionVector SizeFreeDimensions(const FeatureDescriptionVector& descriptions,
+                                            const FeatureContainerVector& row) {
+  FeatureDescriptionVector sized;
+  sized.reserve(descriptions.size());
+  for (const auto& description : descriptions) {
+    const auto tensorDescription = description.Query<ITensorFeatureDescription>();
+    DescriptionShapeType shape =
+        tensorDescription ? tensorDescription->GetTensorShape() : DescriptionShapeType();
+    if (std::find(shape.begin(), shape.end(), -1) == shape.end()) {
+      sized.push_back(description);
+      continue;
+    }
+    const auto match = std::find_if(row.begin(), row.end(), [&](const auto& container) {
+      return container.mFeatureName == tensorDescription->GetName();
+    });
+    const auto tensor =
+        match == row.end() ? nullptr : match->mFeature.template Query<ITensorMLFeatureAccessor>();
+    const ShapeType rowShape = tensor ? tensor->GetShape() : ShapeType();
+    for (size_t i = 0; i < shape.size(); ++i) {
+      if (shape[i] == -1) {
+        shape[i] = rowShape.size() == shape.size() ? static_cast<int64_t>(rowShape[i]) : 1;
+      }
+    }
+    sized.push_back(kivcore::classref::MakeInterfaceRef<IFeatureDescription>(
+        kivcore::classref::CreateObject<SizedDescription>(*tensorDescription, std::move(shape))));
+  }
+  return sized;
+}
+
+}  // namespace
 
 BatchContainer::BatchContainer(size_t batchSize, FeatureDescriptionVector inputDescriptions)
     // A batch of no rows would never take a request: the loop that drains the queue would spin.
@@ -33,7 +88,9 @@ size_t BatchContainer::FinalizeBatch() {
     return 0;
   }
   // Every dummy row shares the same zero-filled tensors: backends only read their inputs.
-  const FeatureContainerVector dummy = CreateDummyTensors(mInputDescriptions);
+  const FeatureContainerVector dummy = CreateDummyTensors(
+      mBatchedFeatures.empty() ? mInputDescriptions
+                               : SizeFreeDimensions(mInputDescriptions, mBatchedFeatures.front()));
   mBatchedFeatures.insert(mBatchedFeatures.end(), count, dummy);
   return count;
 }

@@ -1,0 +1,428 @@
+#include "onnxruntime/ORTEvaluator.h"
+
+#include <algorithm>
+#include <string>
+#include <type_traits>
+
+#include "kivcore/config/kiv_exception.h"
+#include "kivcore/debug/DebugDatabase.h"
+#include "kivcore/debug/ProfileRegion.h"
+#include "kivcore/debug/Trace.h"
+#include "kivcore/logging/Logging.h"
+#include "kivcore/string/StringConversions.h"
+#include "kivml/IONNXMLModelAccessor.h"
+#include "kivml/ResultCodes.h"
+#include "kivml/SetModelException.h"
+#include "onnxruntime/DMLSetupException.h"
+#include "onnxruntime/GPUExecutionProvider.h"
+#include "onnxruntime/ORTElementTypes.h"
+#include "onnxruntime/ORTEnvironment.h"
+#include "onnxruntime/ORTTensorConversion.h"
+#include "onnxruntime/PredictException.h"
+#include "utility/TraceCategory.h"
+
+namespace kivml::ort {
+
+namespace {
+
+constexpr int eNoSession = MakeKIVMLError(7);
+constexpr const char* kProfileModelsKey = "KIVSE.ORT.ProfileModels";
+
+using TensorHolders = std::vector<kivcore::classref::InterfaceRef<ITensorMLFeatureAccessor>>;
+
+// Where custom operator domains would be added to GPU sessions; no session of this library uses any.
+void AddCustomOperatorDomains(OrtSessionOptions* /*options*/) {}
+
+bool ProfilingRequested() {
+  auto& database = kivcore::debug::DebugDatabase::Instance();
+  const std::string_view key(kProfileModelsKey);
+  return database.HasEntry(key) && database.GetEntry(key) == "true";
+}
+
+// ONNX Runtime takes the profile file prefix in its own character type (wide on Windows).
+std::basic_string<ORTCHAR_T> ProfilePrefix(const kivcore::utility::ImmutableString& modelName) {
+  const std::string prefix = "profile_" + std::string(modelName.View());
+  if constexpr (std::is_same_v<ORTCHAR_T, char>) {
+    return prefix;
+  } else {
+    const kivcore::wstring wide = kivcore::string::UTF8to16(prefix);
+    return std::basic_string<ORTCHAR_T>(wide.begin(), wide.end());
+  }
+}
+
+[[noreturn]] void ThrowBadFeature(const std::string& message) {
+  throw kivcore::kiv_exception(message.c_str(), eBadFeature);
+}
+
+// `described` as one item of a batch: the first dimension counts items, and an item is one of them.
+DescriptionShapeType AsBatchItem(std::string_view inputName, DescriptionShapeType described) {
+  if (described.empty()) {
+    ThrowBadFeature("Input '" + std::string(inputName) +
+                    "' has no batch dimension: the model cannot run batched");
+  }
+  described.front() = 1;
+  return described;
+}
+
+}  // namespace
+
+ORTEvaluator::ORTEvaluator() {
+  OrtSessionOptions* options = nullptr;
+  ThrowIfFailed(Api().CreateSessionOptions(&options));
+  mSessionOptions.reset(options);
+}
+
+ORTEvaluator::~ORTEvaluator() {
+  if (mProfilingEnabled && mSession) {
+    try {
+      OrtAllocator* allocator = DefaultAllocator();
+      char* file = nullptr;
+      ThrowIfFailed(Api().SessionEndProfiling(mSession.get(), allocator, &file));
+      AllocatedString release(allocator, file);
+    } catch (...) {
+      kivcore::logging::LogException(std::current_exception(), "kivml::ORTEvaluator::~ORTEvaluator", nullptr);
+    }
+  }
+  mSession.reset();
+  mSessionOptions.reset();
+}
+
+void ORTEvaluator::Create(kivcore::classref::InterfaceRef<kivcore::classref::UnknownBase>& instance) {
+  instance = kivcore::classref::MakeInterfaceRef<kivcore::classref::UnknownBase>(
+      kivcore::classref::CreateObject<ORTEvaluator>());
+}
+
+kivcore::classref::InterfaceRef<IMLEvaluator> ORTEvaluator::GetEvaluatorRef() {
+  return kivcore::classref::InterfaceRef<IMLEvaluator>(
+      std::shared_ptr<IMLEvaluator>(GetSharedFromThis(), static_cast<IMLEvaluator*>(this)));
+}
+
+void ORTEvaluator::ConfigureSessionOptions(OrtSessionOptions* options, int64_t batchSize, bool onGPU) {
+  const OrtApi& api = Api();
+  ThrowIfFailed(api.DisablePerSessionThreads(options));
+  ThrowIfFailed(api.SetSessionGraphOptimizationLevel(options, ORT_ENABLE_ALL));
+  ThrowIfFailed(api.EnableCpuMemArena(options));
+  ThrowIfFailed(api.EnableMemPattern(options));
+  ThrowIfFailed(api.SetSessionExecutionMode(options, ORT_SEQUENTIAL));
+  // The batch size reaches ONNX Runtime only through this: every dimension denoted as the batch is fixed.
+  ThrowIfFailed(api.AddFreeDimensionOverride(options, "DATA_BATCH", batchSize));
+  if (onGPU) {
+    AppendGPUExecutionProvider(options);
+    AddCustomOperatorDomains(options);
+  }
+}
+
+int ORTEvaluator::LoadModel() {
+  const auto model = GetModel();
+  const auto accessor = model ? model.Query<IONNXMLModelAccessor>() : nullptr;
+  if (!accessor || mSession) {
+    throw SetModelException(eNoSession);
+  }
+  const auto payload = accessor->GetONNXMLModel();
+  if (!payload || payload->Size() == 0) {
+    throw SetModelException(eNoSession);
+  }
+  if (GetShouldUseBatching()) {
+    mBatchSize = static_cast<int64_t>(GetBatchSize());
+  }
+
+  const auto enableProfiling = [&] {
+    ThrowIfFailed(Api().EnableProfiling(mSessionOptions.get(), ProfilePrefix(model->GetName()).c_str()));
+  };
+  mProfilingEnabled = ProfilingRequested();
+  if (mProfilingEnabled) {
+    enableProfiling();
+  }
+
+  const bool tryGPU = accessor->ShouldEvaluateOnGPU();
+  if (tryGPU) {
+    try {
+      ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), true);
+      CreateSession(*payload);
+    } catch (const Ort::Exception&) {
+      kivcore::logging::LogException(std::current_exception(), "kivml::OrtEvaluator::LoadModel", nullptr);
+    } catch (const DMLSetupException&) {
+      kivcore::logging::LogException(std::current_exception(), "kivml::OrtEvaluator::LoadModel", nullptr);
+    }
+    if (!mSession) {
+      KIV_TRACE(kTraceCategory, 5, "Falling back to CPU ORT evaluation");
+    }
+  }
+  if (!mSession) {
+    // Fresh options: whatever a GPU attempt added must not reach the CPU session. That includes its
+    // profiling request, which is deliberately not repeated: a CPU session after a failed GPU attempt is
+    // never profiled.
+    OrtSessionOptions* options = nullptr;
+    ThrowIfFailed(Api().CreateSessionOptions(&options));
+    mSessionOptions.reset(options);
+    if (mProfilingEnabled && !tryGPU) {
+      enableProfiling();
+    }
+    ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), false);
+    CreateSession(*payload);
+  }
+  DescribeModel();
+  mLoaded.store(true);
+  return 0;
+}
+
+int ORTEvaluator::CheckHealth() {
+  return mLoaded.load() ? 0 : eNoSession;
+}
+
+void ORTEvaluator::CreateSession(const kivcore::allocator::RecycledMemory& payload) {
+  OrtEnv* env = ORTEnvironment::Get();
+  if (env == nullptr) {
+    throw kivcore::kiv_exception("ONNX Runtime is not initialized: run the library's initializers first",
+                                 eNoSession);
+  }
+  OrtSession* session = nullptr;
+  ThrowIfFailed(
+      Api().CreateSessionFromArray(env, payload.Buffer(), payload.Size(), mSessionOptions.get(), &session));
+  mSession.reset(session);
+}
+
+void ORTEvaluator::DescribeModel() {
+  using Part = ORTTensorDescription::SessionPart;
+  mInputDescriptions.clear();
+  mOutputDescriptions.clear();
+  mRequiredInputs.clear();
+  mOutputNames = OutputNames();
+  for (const Part part : {Part::kInputs, Part::kOverridableInitializers}) {
+    for (auto& description : ORTTensorDescription::DescribeSession(*mSession, part)) {
+      std::string name(description->GetName().View());
+      if (part == Part::kInputs) {
+        mRequiredInputs.push_back(name);
+      }
+      mInputDescriptions.insert_or_assign(std::move(name), std::move(description));
+    }
+  }
+  for (auto& description : ORTTensorDescription::DescribeSession(*mSession, Part::kOutputs)) {
+    mOutputNames.names.emplace_back(description->GetName().View());
+    mOutputNames.immutables.push_back(description->GetName());
+    mOutputDescriptions.insert_or_assign(mOutputNames.names.back(), std::move(description));
+  }
+  for (const std::string& name : mOutputNames.names) {
+    mOutputNames.pointers.push_back(name.c_str());
+  }
+}
+
+ORTEvaluator::FittedInputs ORTEvaluator::FitRow(const utility::FeatureContainerVector& row, bool asBatchItem,
+                                                TensorHolders& holders) const {
+  FittedInputs fitted;
+  fitted.reserve(row.size());
+  for (const auto& container : row) {
+    auto tensor = container.mFeature ? container.mFeature.Query<ITensorMLFeatureAccessor>() : nullptr;
+    if (!tensor) {
+      break;  // inputs end at the first feature that is not a tensor
+    }
+    const std::string_view name = container.mFeatureName.View();
+    const auto found = mInputDescriptions.find(name);
+    if (found == mInputDescriptions.end()) {
+      ThrowBadFeature("Input '" + std::string(name) + "' is not an input of the model");
+    }
+    const ORTTensorDescription& description = *found->second;
+    const ONNXTensorElementDataType type = ToONNXElementType(description.GetTensorDataType());
+    const DescriptionShapeType shape = FitToDescription(
+        name, *tensor,
+        asBatchItem ? AsBatchItem(name, description.GetTensorShape()) : description.GetTensorShape(), type);
+    fitted.push_back({container.mFeatureName.c_str(), tensor.get(), shape, type});
+    holders.push_back(std::move(tensor));
+  }
+  for (const std::string& required : mRequiredInputs) {
+    if (std::none_of(fitted.begin(), fitted.end(),
+                     [&](const FittedInput& input) { return required == input.name; })) {
+      ThrowBadFeature("Input '" + required + "' is missing from the request");
+    }
+  }
+  return fitted;
+}
+
+std::vector<UniqueValue> ORTEvaluator::Run(const std::vector<const char*>& names,
+                                           const std::vector<UniqueValue>& values) {
+  const OrtApi& api = Api();
+  std::vector<const OrtValue*> inputs;
+  inputs.reserve(values.size());
+  for (const auto& value : values) {
+    inputs.push_back(value.get());
+  }
+  const size_t outputCount = mOutputNames.pointers.size();
+  std::vector<OrtValue*> outputs(outputCount, nullptr);  // null: ONNX Runtime allocates every output
+  OrtRunOptions* rawRunOptions = nullptr;
+  ThrowIfFailed(api.CreateRunOptions(&rawRunOptions));
+  const UniqueRunOptions runOptions(rawRunOptions);
+  ThrowIfFailed(api.Run(mSession.get(), runOptions.get(), names.data(), inputs.data(), inputs.size(),
+                        mOutputNames.pointers.data(), outputCount, outputs.data()));
+  std::vector<UniqueValue> owned;
+  owned.reserve(outputCount);
+  for (OrtValue* output : outputs) {
+    if (output != nullptr) {
+      owned.emplace_back(output);
+    }
+  }
+  return owned;
+}
+
+utility::FeatureContainerVector ORTEvaluator::Predict(const utility::FeatureContainerVector& inputs) {
+  static kivcore::debug::ProfileRegion region("kivmachinelearning.ORTEvaluator Predict");
+  if (!mSession) {
+    throw PredictException(eNoSession);
+  }
+  TensorHolders holders;
+  const FittedInputs fitted = FitRow(inputs, false, holders);
+  std::vector<const char*> names;
+  std::vector<UniqueValue> values;
+  for (const FittedInput& input : fitted) {
+    names.push_back(input.name);
+    values.push_back(BorrowAsValue(*input.tensor, input.shape, input.type));
+  }
+  std::vector<UniqueValue> outputs;
+  {
+    auto scope = region.Scope();
+    outputs = Run(names, values);
+  }
+  utility::FeatureContainerVector result;
+  result.reserve(outputs.size());
+  for (size_t i = 0; i < outputs.size() && i < mOutputNames.immutables.size(); ++i) {
+    result.push_back({mOutputNames.immutables[i], WrapValue(std::move(outputs[i]))});
+  }
+  return result;
+}
+
+ORTEvaluator::BatchOutputs ORTEvaluator::PredictBatch(const BatchRows& batch) {
+  static kivcore::debug::ProfileRegion region("kivmachinelearning.ORTEvaluator PredictBatch");
+  if (!mSession) {
+    throw PredictException(eNoSession);
+  }
+  BatchOutputs result(batch.size());
+  if (batch.empty()) {
+    return result;
+  }
+  TensorHolders holders;
+  std::vector<FittedInputs> rows;
+  rows.reserve(batch.size());
+  for (const auto& row : batch) {
+    rows.push_back(FitRow(row, true, holders));
+  }
+  // Inputs are joined by the first row's names; every row must carry the same inputs with the same shapes.
+  std::vector<const char*> names;
+  std::vector<UniqueValue> values;
+  std::vector<const ITensorMLFeatureAccessor*> items(batch.size());
+  for (const FittedInput& input : rows.front()) {
+    for (size_t r = 0; r < rows.size(); ++r) {
+      const auto match = std::find_if(rows[r].begin(), rows[r].end(), [&](const FittedInput& candidate) {
+        return std::string_view(candidate.name) == input.name;
+      });
+      if (match == rows[r].end() || match->shape != input.shape) {
+        ThrowBadFeature("Input '" + std::string(input.name) + "' differs between the rows of a batch");
+      }
+      items[r] = match->tensor;
+    }
+    names.push_back(input.name);
+    values.push_back(JoinAsValue(items, input.shape, input.type));
+  }
+  std::vector<UniqueValue> outputs;
+  {
+    auto scope = region.Scope();
+    outputs = Run(names, values);
+  }
+  if (outputs.size() != mOutputNames.immutables.size()) {
+    return result;
+  }
+  for (size_t i = 0; i < outputs.size(); ++i) {
+    FeatureRefVector features = SplitValue(std::move(outputs[i]), batch.size());
+    for (size_t item = 0; item < batch.size(); ++item) {
+      result[item].push_back({mOutputNames.immutables[i], std::move(features[item])});
+    }
+  }
+  return result;
+}
+
+int ORTEvaluator::PredictBatched(const BatchRows& batch, BatchOutputs& outputs) {
+  outputs = PredictBatch(batch);
+  return 0;
+}
+
+void ORTEvaluator::CheckBatchRow(const utility::FeatureContainerVector& row,
+                                 const utility::FeatureContainerVector* firstRow) {
+  TensorHolders holders;
+  const FittedInputs fitted = FitRow(row, true, holders);
+  if (firstRow == nullptr) {
+    return;
+  }
+  const FittedInputs first = FitRow(*firstRow, true, holders);
+  for (const FittedInput& input : fitted) {
+    const auto match = std::find_if(first.begin(), first.end(), [&](const FittedInput& candidate) {
+      return std::string_view(candidate.name) == input.name;
+    });
+    if (match == first.end() || match->shape != input.shape) {
+      ThrowBadFeature("Input '" + std::string(input.name) +
+                      "' does not match the first request of its batch: requests batched together must agree "
+                      "on their free dimensions");
+    }
+  }
+  if (fitted.size() != first.size()) {
+    ThrowBadFeature("The request's inputs differ from those of the first request of its batch");
+  }
+}
+
+kivcore::u8string ORTEvaluator::LookupMetadata(const kivcore::u8string& key) {
+  kivcore::u8string value;
+  if (!mSession) {
+    return value;
+  }
+  try {
+    const OrtApi& api = Api();
+    OrtModelMetadata* rawMetadata = nullptr;
+    ThrowIfFailed(api.SessionGetModelMetadata(mSession.get(), &rawMetadata));
+    const UniqueModelMetadata metadata(rawMetadata);
+    OrtAllocator* allocator = DefaultAllocator();
+    char* rawValue = nullptr;
+    const std::string plainKey(key.begin(), key.end());
+    ThrowIfFailed(
+        api.ModelMetadataLookupCustomMetadataMap(metadata.get(), allocator, plainKey.c_str(), &rawValue));
+    const AllocatedString found(allocator, rawValue);
+    if (found.text != nullptr) {
+      value = kivcore::string::ToU8(found.text);
+    }
+  } catch (...) {
+    kivcore::logging::LogException(std::current_exception(), "ORTEvaluator::LookupMetadata", nullptr);
+  }
+  return value;
+}
+
+IMLEvaluatorMetadata::MetadataMap ORTEvaluator::GetMetdata() {
+  MetadataMap map;
+  map.max_load_factor(1.0F);
+  if (!mSession) {
+    return map;
+  }
+  try {
+    const OrtApi& api = Api();
+    OrtModelMetadata* rawMetadata = nullptr;
+    ThrowIfFailed(api.SessionGetModelMetadata(mSession.get(), &rawMetadata));
+    const UniqueModelMetadata metadata(rawMetadata);
+    OrtAllocator* allocator = DefaultAllocator();
+    char** rawKeys = nullptr;
+    int64_t keyCount = 0;
+    ThrowIfFailed(api.ModelMetadataGetCustomMetadataMapKeys(metadata.get(), allocator, &rawKeys, &keyCount));
+    std::vector<AllocatedString> keys;
+    keys.reserve(static_cast<size_t>(keyCount));
+    for (int64_t i = 0; i < keyCount; ++i) {
+      keys.emplace_back(allocator, rawKeys[i]);
+    }
+    const AllocatedString keyArray(allocator, reinterpret_cast<char*>(rawKeys));
+    for (const AllocatedString& key : keys) {
+      char* rawValue = nullptr;
+      ThrowIfFailed(api.ModelMetadataLookupCustomMetadataMap(metadata.get(), allocator, key.text, &rawValue));
+      const AllocatedString value(allocator, rawValue);
+      map.insert_or_assign(kivcore::string::ToU8(key.text),
+                           kivcore::string::ToU8(value.text != nullptr ? value.text : ""));
+    }
+  } catch (...) {
+    kivcore::logging::LogException(std::current_exception(), "ORTEvaluator::GetMetdata", nullptr);
+  }
+  return map;
+}
+
+}  // namespace kivml::ort

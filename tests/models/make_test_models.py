@@ -1,0 +1,59 @@
+#!/usr/bin/python3
+"""Writes the small ONNX models the library's tests run into the folder given as the only argument."""
+
+import os
+import sys
+
+import onnx
+from onnx import TensorProto, helper
+
+
+def tensor(name, elem_type, dims, batch=False):
+    """A graph input or output; with `batch` the first dimension is the free, "DATA_BATCH"-denoted batch."""
+    info = helper.make_tensor_value_info(name, elem_type, dims)
+    if batch:
+        first = info.type.tensor_type.shape.dim[0]
+        first.dim_param = "N"
+        first.denotation = "DATA_BATCH"
+    return info
+
+
+def save(folder, name, nodes, inputs, outputs, metadata=None, opset=13):
+    graph = helper.make_graph(nodes, name, inputs, outputs)
+    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", opset)])
+    model.ir_version = 8
+    for key, value in (metadata or {}).items():
+        entry = model.metadata_props.add()
+        entry.key, entry.value = key, value
+    onnx.checker.check_model(model)
+    onnx.save(model, os.path.join(folder, name + ".onnx"))
+
+
+def main(folder):
+    os.makedirs(folder, exist_ok=True)
+    add_inputs = [tensor("input1", TensorProto.FLOAT, ["N", 3], True), tensor("input2", TensorProto.FLOAT, ["N", 3], True)]
+    add_output = [tensor("output1", TensorProto.FLOAT, ["N", 3], True)]
+    save(folder, "add", [helper.make_node("Add", ["input1", "input2"], ["output1"])], add_inputs, add_output)
+    save(folder, "add_metadata", [helper.make_node("Add", ["input1", "input2"], ["output1"])], add_inputs, add_output,
+         metadata={"author": "kivml tests", "labels": "cat,dog"})
+    save(folder, "logical_and", [helper.make_node("And", ["input1", "input2"], ["output1"])],
+         [tensor("input1", TensorProto.BOOL, [1, 4]), tensor("input2", TensorProto.BOOL, [1, 4])],
+         [tensor("output1", TensorProto.BOOL, [1, 4])])
+    # Image height and width are free: a request brings its own.
+    axes = helper.make_tensor("axes", TensorProto.INT64, [2], [2, 3])
+    save(folder, "free_hw",
+         [helper.make_node("Constant", [], ["axes"], value=axes),
+          helper.make_node("ReduceSum", ["image", "axes"], ["sum"], keepdims=0)],
+         [tensor("image", TensorProto.FLOAT, ["N", 1, "H", "W"], True)],
+         [tensor("sum", TensorProto.FLOAT, ["N", 1], True)])
+    # Runs only for inputs of six elements: anything else fails inside ONNX Runtime.
+    shape = helper.make_tensor("shape", TensorProto.INT64, [2], [2, 3])
+    save(folder, "reshape",
+         [helper.make_node("Constant", [], ["shape"], value=shape), helper.make_node("Reshape", ["x", "shape"], ["y"])],
+         [tensor("x", TensorProto.FLOAT, ["L"])], [tensor("y", TensorProto.FLOAT, [2, 3])])
+    save(folder, "half", [helper.make_node("Identity", ["x"], ["y"])],
+         [tensor("x", TensorProto.FLOAT16, [1, 2])], [tensor("y", TensorProto.FLOAT16, [1, 2])])
+
+
+if __name__ == "__main__":
+    main(sys.argv[1])

@@ -1,0 +1,307 @@
+// The ONNX Runtime evaluator end to end: models loaded through CreatePreferredEvaluator, requests queued
+// from several threads, batched and unbatched, and the ways a request or a model can be wrong.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kivcore/classref/ClassFactory.h"
+#include "kivcore/debug/DebugDatabase.h"
+#include "kivcore/debug/Trace.h"
+#include "kivcore/string/StringConversions.h"
+#include "kivml/IMLEvaluatorMetadata.h"
+#include "kivml/ModelMock.h"
+#include "kivml/ResultCodes.h"
+#include "onnxruntime/ORTEvaluator.h"
+#include "onnxruntime/OrtTestSupport.h"
+#include "support/FakeModel.h"
+
+namespace kivml::testing {
+namespace {
+
+using kivcore::classref::InterfaceRef;
+using Future = kivcore::async::Future<utility::FeatureContainerVector>;
+
+ort::ORTEvaluator& Backend(const InterfaceRef<IMLEvaluator>& evaluator) {
+  return dynamic_cast<ort::ORTEvaluator&>(*evaluator);
+}
+
+utility::FeatureContainerVector AddRequest(float a, float b) {
+  return MakeInputs(
+      {{"input1", MakeTensor<float>({1, 3}, {a, a, a})}, {"input2", MakeTensor<float>({1, 3}, {b, b, b})}});
+}
+
+class ORTEvaluatorTest : public OrtTest {};
+
+TEST_F(ORTEvaluatorTest, AddsOneByOneWithABatchOfOne) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add")), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  // Unbatched, the "DATA_BATCH" dimension is fixed to 1 in the session itself.
+  EXPECT_EQ(Backend(evaluator).GetSessionBatchSize(), 1);
+  EXPECT_EQ(Backend(evaluator).GetInputDescriptions().at("input1")->GetTensorShape(),
+            DescriptionShapeType({1, 3}));
+  EXPECT_EQ(evaluator->CheckHealth(), 0);
+
+  auto future = evaluator->QueueFeatures(AddRequest(1.5F, 2.0F));
+  ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
+  const auto outputs = future.Get();
+  ASSERT_EQ(outputs.size(), 1U);
+  EXPECT_EQ(ValuesOf<float>(outputs, "output1"), std::vector<float>({3.5F, 3.5F, 3.5F}));
+  EXPECT_EQ(outputs.front().mFeature.Query<ITensorMLFeatureAccessor>()->GetShape(), ShapeType({1, 3}));
+}
+
+TEST_F(ORTEvaluatorTest, LogicalAndOnBooleans) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("logical_and")), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  auto future = evaluator->QueueFeatures(MakeInputs({{"input1", MakeTensor<uint8_t>({1, 4}, {1, 1, 0, 0})},
+                                                     {"input2", MakeTensor<uint8_t>({1, 4}, {1, 0, 1, 0})}}));
+  ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
+  const auto tensor = future.Get().front().mFeature.Query<ITensorMLFeatureAccessor>();
+  EXPECT_EQ(tensor->GetDataTypeSize(), 1U);
+  EXPECT_EQ(ValuesOf<uint8_t>(future.Get(), "output1"), std::vector<uint8_t>({1, 0, 0, 0}));
+}
+
+TEST_F(ORTEvaluatorTest, ManyProducersGetTheirOwnRowsOfPaddedBatches) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add")), kBatchedInference);
+  ASSERT_TRUE(evaluator);
+  const int64_t batchSize = Backend(evaluator).GetSessionBatchSize();
+  EXPECT_EQ(batchSize, 8);  // no GPU memory to size it from
+  EXPECT_EQ(Backend(evaluator).GetInputDescriptions().at("input1")->GetTensorShape(),
+            DescriptionShapeType({batchSize, 3}));
+
+  constexpr int kProducers = 6;
+  constexpr int kRequests = 150;  // not a multiple of the batch size: the last batch is padded
+  std::vector<std::vector<Future>> futures(kProducers);
+  std::vector<std::thread> producers;
+  for (int p = 0; p < kProducers; ++p) {
+    producers.emplace_back([&, p] {
+      for (int i = 0; i < kRequests; ++i) {
+        futures[p].push_back(
+            evaluator->QueueFeatures(AddRequest(static_cast<float>(p), static_cast<float>(i))));
+      }
+    });
+  }
+  for (auto& producer : producers) {
+    producer.join();
+  }
+  for (int p = 0; p < kProducers; ++p) {
+    for (int i = 0; i < kRequests; ++i) {
+      ASSERT_EQ(ResultOf(futures[p][i]), 0) << MessageOf(futures[p][i]);
+      const auto sum = static_cast<float>(p + i);
+      ASSERT_EQ(ValuesOf<float>(futures[p][i].Get(), "output1"), std::vector<float>({sum, sum, sum}));
+    }
+  }
+}
+
+TEST_F(ORTEvaluatorTest, FreeDimensionsComeFromTheRequest) {
+  const auto model = CreateONNXModelFromFile(TestModelPath("free_hw"));
+  EXPECT_TRUE(model->DoesSupportBatchedInference());
+  const auto described = model->GetInputFeatureDescriptions().front().Query<ITensorFeatureDescription>();
+  EXPECT_EQ(described->GetTensorShape(), DescriptionShapeType({1, 1, -1, -1}));
+
+  const auto image = [](uint64_t height, uint64_t width) {
+    return MakeInputs(
+        {{"image", MakeTensor<float>({1, 1, height, width}, std::vector<float>(height * width, 1.0F))}});
+  };
+  const auto unbatched = Start(model, kUnbatchedInference);
+  ASSERT_TRUE(unbatched);
+  for (const auto& [height, width] : {std::pair(2, 3), std::pair(5, 7)}) {
+    auto future = unbatched->QueueFeatures(image(height, width));
+    ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
+    EXPECT_EQ(ValuesOf<float>(future.Get(), "sum"), std::vector<float>({static_cast<float>(height * width)}));
+  }
+
+  // Rows of one batch share their free dimensions; a row that differs fails alone.
+  const auto batched = Start(model, kBatchedInference);
+  ASSERT_TRUE(batched);
+  ASSERT_TRUE(batched->Pause());
+  std::vector<Future> futures{batched->QueueFeatures(image(4, 4)), batched->QueueFeatures(image(2, 2)),
+                              batched->QueueFeatures(image(4, 4))};
+  ASSERT_TRUE(batched->Resume());
+  EXPECT_EQ(ResultOf(futures[0]), 0) << MessageOf(futures[0]);
+  EXPECT_EQ(ValuesOf<float>(futures[0].Get(), "sum"), std::vector<float>({16.0F}));
+  EXPECT_EQ(ResultOf(futures[1]), eBadFeature);
+  EXPECT_NE(MessageOf(futures[1]).find("'image'"), std::string::npos) << MessageOf(futures[1]);
+  EXPECT_EQ(ResultOf(futures[2]), 0) << MessageOf(futures[2]);
+  // The differing row runs in a batch of its own later.
+  auto later = batched->QueueFeatures(image(2, 2));
+  ASSERT_EQ(ResultOf(later), 0) << MessageOf(later);
+  EXPECT_EQ(ValuesOf<float>(later.Get(), "sum"), std::vector<float>({4.0F}));
+}
+
+TEST_F(ORTEvaluatorTest, BadRequestsFailAloneWithTheInputNamed) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add")), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  const auto good = MakeTensor<float>({1, 3}, {1, 2, 3});
+  const struct {
+    const char* what;
+    utility::FeatureContainerVector inputs;
+    int code;
+    const char* named;
+  } cases[] = {
+      {"wrong element type",
+       MakeInputs({{"input1", good}, {"input2", MakeTensor<double>({1, 3}, {1, 2, 3})}}), eBadFeature,
+       "'input2'"},
+      {"wrong shape", MakeInputs({{"input1", MakeTensor<float>({3, 1}, {1, 2, 3})}, {"input2", good}}),
+       eBadFeature, "'input1'"},
+      {"wrong rank", MakeInputs({{"input1", MakeTensor<float>({3}, {1, 2, 3})}, {"input2", good}}),
+       eBadFeature, "'input1'"},
+      {"too few elements", MakeInputs({{"input1", MakeTensor<float>({1, 3}, {1, 2})}, {"input2", good}}),
+       eBadFeature, "'input1'"},
+      {"missing input", MakeInputs({{"input1", good}}), eBadFeature, "'input2'"},
+      {"unknown input", MakeInputs({{"input1", good}, {"input2", good}, {"input3", good}}), eBadFeature,
+       "'input3'"},
+  };
+  for (const auto& bad : cases) {
+    auto inputs = bad.inputs;
+    auto future = evaluator->QueueFeatures(std::move(inputs));
+    EXPECT_EQ(ResultOf(future), bad.code) << bad.what;
+    EXPECT_NE(MessageOf(future).find(bad.named), std::string::npos) << bad.what << ": " << MessageOf(future);
+  }
+  auto future = evaluator->QueueFeatures(AddRequest(1.0F, 1.0F));
+  EXPECT_EQ(ResultOf(future), 0) << "the evaluator still serves: " << MessageOf(future);
+}
+
+TEST_F(ORTEvaluatorTest, OnnxRuntimeFailuresKeepTheirMessage) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("reshape")), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  auto failing = evaluator->QueueFeatures(MakeInputs({{"x", MakeTensor<float>({4}, {1, 2, 3, 4})}}));
+  EXPECT_EQ(ResultOf(failing), eInferenceFailure);
+  EXPECT_NE(MessageOf(failing).find("Reshape"), std::string::npos) << MessageOf(failing);
+  auto passing = evaluator->QueueFeatures(MakeInputs({{"x", MakeTensor<float>({6}, {1, 2, 3, 4, 5, 6})}}));
+  EXPECT_EQ(ResultOf(passing), 0) << MessageOf(passing);
+}
+
+TEST_F(ORTEvaluatorTest, UnmappedElementTypesAreRejected) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("half")), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  auto future = evaluator->QueueFeatures(MakeInputs({{"x", MakeTensor<uint16_t>({1, 2}, {0, 0})}}));
+  EXPECT_EQ(ResultOf(future), static_cast<int>(0xED6C0002u));
+  EXPECT_EQ(MessageOf(future), "Exception in Predict() chain.");
+}
+
+TEST_F(ORTEvaluatorTest, ModelsThatCannotLoadFailTheFuture) {
+  const auto payload = [](const char* bytes) {
+    auto memory = kivcore::allocator::RecycledMemory::Create(std::strlen(bytes));
+    std::memcpy(memory->Buffer(), bytes, std::strlen(bytes));
+    return memory;
+  };
+  const auto mock = [](std::shared_ptr<kivcore::allocator::RecycledMemory> bytes) {
+    return kivcore::classref::MakeInterfaceRef<IMLModel>(kivcore::classref::CreateObject<ModelMock>(
+        kivcore::utility::ImmutableString::Create("broken"), std::move(bytes), FeatureDescriptionVector(),
+        FeatureDescriptionVector()));
+  };
+  constexpr int eNoSession = static_cast<int>(0xED6C0007u);
+  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(mock(payload("not an onnx model")), kUnbatchedInference)),
+            eInferenceFailure);
+  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(mock(payload("")), kUnbatchedInference)), eNoSession);
+  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(mock(nullptr), kBatchedInference)), eNoSession);
+  // A model without the ONNX accessor.
+  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(MakeScalarModel(), kUnbatchedInference)), eNoSession);
+
+  EXPECT_THROW(CreateONNXModelFromBuffer(kivcore::utility::ImmutableString::Create("x"), payload("garbage")),
+               kivcore::kiv_exception);
+  EXPECT_THROW(CreateONNXModelFromFile(TestModelPath("no_such_model")), kivcore::kiv_exception);
+}
+
+TEST_F(ORTEvaluatorTest, NoEvaluatorClassGivesTheFactoryCode) {
+  ASSERT_TRUE(kivcore::classref::ClassFactory::UnregisterClass(kORTEvaluatorGuid));
+  auto future = CreatePreferredEvaluator(CreateONNXModelFromFile(TestModelPath("add")), kBatchedInference);
+  EXPECT_EQ(kivcore::classref::ClassFactory::RegisterClass(kORTEvaluatorGuid, "kORTEvaluatorGuid",
+                                                           "ORTEvaluator", &ort::ORTEvaluator::Create),
+            0);
+  EXPECT_EQ(ResultOf(future), static_cast<int>(0xA00F0001u));
+  EXPECT_EQ(MessageOf(future), "");
+}
+
+TEST_F(ORTEvaluatorTest, GpuRequestFallsBackToTheCpu) {
+  std::vector<std::string> traces;
+  std::mutex mutex;
+  kivcore::debug::SetTraceLevel("kivmachinelearning", 7);
+  kivcore::debug::SetTraceSink([&](int, const std::string& category, const std::string& message) {
+    std::lock_guard lock(mutex);
+    if (category == "kivmachinelearning") {
+      traces.push_back(message);
+    }
+  });
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add"), true), kUnbatchedInference);
+  kivcore::debug::SetTraceSink(nullptr);
+  kivcore::debug::SetTraceLevel("kivmachinelearning", -1);
+  ASSERT_TRUE(evaluator);
+  auto future = evaluator->QueueFeatures(AddRequest(1.0F, 2.0F));
+  ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
+  EXPECT_EQ(ValuesOf<float>(future.Get(), "output1"), std::vector<float>({3.0F, 3.0F, 3.0F}));
+  std::lock_guard lock(mutex);
+  EXPECT_NE(std::find(traces.begin(), traces.end(), "Falling back to CPU ORT evaluation"), traces.end());
+}
+
+TEST_F(ORTEvaluatorTest, ReadsCustomMetadata) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add_metadata")), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  const auto metadata = evaluator.Query<IMLEvaluatorMetadata>();
+  ASSERT_TRUE(metadata);
+  const auto all = metadata->GetMetdata();
+  EXPECT_EQ(all.size(), 2U);
+  EXPECT_EQ(all.at(kivcore::string::ToU8("labels")), kivcore::string::ToU8("cat,dog"));
+  EXPECT_EQ(metadata->LookupMetadata(kivcore::string::ToU8("author")), kivcore::string::ToU8("kivml tests"));
+  EXPECT_TRUE(metadata->LookupMetadata(kivcore::string::ToU8("missing")).empty());
+
+  // Before a model is loaded there is nothing to read.
+  ort::ORTEvaluator unloaded;
+  EXPECT_TRUE(unloaded.LookupMetadata(kivcore::string::ToU8("author")).empty());
+  EXPECT_TRUE(unloaded.GetMetdata().empty());
+}
+
+class ORTProfilingTest : public OrtTest {
+ protected:
+  void TearDown() override {
+    kivcore::debug::DebugDatabase::Instance().RemoveEntry("KIVSE.ORT.ProfileModels");
+  }
+
+  // Profile files ONNX Runtime wrote for models named `name` in the working folder; removes them.
+  static int TakeProfileFiles(const std::string& name) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::current_path())) {
+      if (entry.path().filename().string().starts_with("profile_" + name)) {
+        std::filesystem::remove(entry.path());
+        ++count;
+      }
+    }
+    return count;
+  }
+
+  static bool ProfilesWith(const char* setting, const std::string& name, bool onGPU = false) {
+    kivcore::debug::DebugDatabase::Instance().SetEntry("KIVSE.ORT.ProfileModels", setting);
+    auto payload = CreateONNXModelFromFile(TestModelPath("add"))->GetONNXMLModel();
+    auto model =
+        CreateONNXModelFromBuffer(kivcore::utility::ImmutableString::Create(name.c_str()), payload, onGPU);
+    auto evaluator = Start(model, kUnbatchedInference);
+    const bool enabled = evaluator && Backend(evaluator).IsProfilingEnabled();
+    if (evaluator) {
+      auto future = evaluator->QueueFeatures(AddRequest(1.0F, 1.0F));
+      EXPECT_EQ(ResultOf(future), 0);
+    }
+    evaluator.Reset();  // profiling ends when the evaluator goes
+    return enabled;
+  }
+};
+
+TEST_F(ORTProfilingTest, OnlyExactlyTrueWritesAProfile) {
+  EXPECT_TRUE(ProfilesWith("true", "kivml_profiled"));
+  EXPECT_EQ(TakeProfileFiles("kivml_profiled"), 1);
+  EXPECT_FALSE(ProfilesWith("TRUE", "kivml_upper"));
+  EXPECT_FALSE(ProfilesWith("true ", "kivml_blank"));
+  EXPECT_EQ(TakeProfileFiles("kivml_upper") + TakeProfileFiles("kivml_blank"), 0);
+}
+
+TEST_F(ORTProfilingTest, ACpuSessionAfterAFailedGpuAttemptIsNotProfiled) {
+  EXPECT_TRUE(ProfilesWith("true", "kivml_fallback", true));
+  EXPECT_EQ(TakeProfileFiles("kivml_fallback"), 0);
+}
+
+}  // namespace
+}  // namespace kivml::testing
