@@ -1,0 +1,85 @@
+// Element types, wrappers over ONNX Runtime values and the global pool size, below the evaluator.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "kivml/ResultCodes.h"
+#include "kivml/TensorFeatureTypes.h"
+#include "onnxruntime/ORTApi.h"
+#include "onnxruntime/ORTElementTypes.h"
+#include "onnxruntime/ORTEnvironment.h"
+#include "onnxruntime/ORTTensorConversion.h"
+#include "onnxruntime/PredictException.h"
+
+namespace kivml::ort {
+namespace {
+
+int CodeOf(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const PredictException& exception) {
+    return exception.GetResult();
+  }
+  return 0;
+}
+
+// A wrapper around a new value of `type` and `shape`, allocated by ONNX Runtime.
+kivcore::classref::InterfaceRef<ITensorMLFeatureAccessor> MakeWrapped(ONNXTensorElementDataType type,
+                                                                      const DescriptionShapeType& shape) {
+  OrtValue* value = nullptr;
+  ThrowIfFailed(Api().CreateTensorAsOrtValue(DefaultAllocator(), shape.data(), shape.size(), type, &value));
+  return WrapValue(UniqueValue(value)).Query<ITensorMLFeatureAccessor>();
+}
+
+TEST(ORTElementTypes, MapsTheFiveTypesAndRejectsOthersWithTheirCodes) {
+  EXPECT_EQ(ToONNXElementType(features::kDoubleTensorFeatureType), ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE);
+  EXPECT_EQ(FromONNXElementType(ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL), features::kBoolTensorFeatureType);
+  EXPECT_FALSE(FromONNXElementType(ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16));
+  EXPECT_EQ(CodeOf([] { ToONNXElementType(kivcore::utility::Guid()); }), static_cast<int>(0xED6C0002u));
+
+  EXPECT_EQ(MakeWrapped(ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL, {2})->GetDataTypeSize(), 1U);
+  EXPECT_EQ(MakeWrapped(ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE, {2})->GetDataTypeSize(), 8U);
+  const auto half = MakeWrapped(ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16, {2});
+  EXPECT_EQ(CodeOf([&] { half->GetDataTypeSize(); }), static_cast<int>(0xED6C0003u));
+}
+
+TEST(ORTTensorConversion, ItemsOfABatchedValueAreItsSlices) {
+  OrtValue* raw = nullptr;
+  const int64_t shape[] = {3, 2};
+  ThrowIfFailed(
+      Api().CreateTensorAsOrtValue(DefaultAllocator(), shape, 2, ONNX_TENSOR_ELEMENT_DATA_TYPE_INT32, &raw));
+  void* data = nullptr;
+  ThrowIfFailed(Api().GetTensorMutableData(raw, &data));
+  for (int32_t i = 0; i < 6; ++i) {
+    static_cast<int32_t*>(data)[i] = i;
+  }
+  const FeatureRefVector items = SplitValue(UniqueValue(raw), 3);
+  ASSERT_EQ(items.size(), 3U);
+  const auto last = items[2].Query<ITensorMLFeatureAccessor>();
+  EXPECT_EQ(last->GetShape(), ShapeType({1, 2}));
+  EXPECT_EQ(last->GetCount(), 2U);
+  EXPECT_EQ(static_cast<const int32_t*>(last->GetData())[0], 4);
+  EXPECT_EQ(static_cast<const int32_t*>(last->GetData())[1], 5);
+
+  // An output without a first dimension counting the items goes whole to each of them.
+  OrtValue* scalar = nullptr;
+  ThrowIfFailed(Api().CreateTensorAsOrtValue(DefaultAllocator(), nullptr, 0,
+                                             ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT, &scalar));
+  const FeatureRefVector whole = SplitValue(UniqueValue(scalar), 2);
+  ASSERT_EQ(whole.size(), 2U);
+  for (const auto& item : whole) {
+    EXPECT_EQ(item.Query<ITensorMLFeatureAccessor>()->GetCount(), 1U);
+    EXPECT_TRUE(item.Query<ITensorMLFeatureAccessor>()->GetShape().empty());
+  }
+}
+
+TEST(ORTEnvironment, LeavesTwoProcessorsToTheHostOnLargerMachines) {
+  EXPECT_EQ(ORTEnvironment::GlobalPoolThreadCount(1), 1U);
+  EXPECT_EQ(ORTEnvironment::GlobalPoolThreadCount(2), 2U);
+  EXPECT_EQ(ORTEnvironment::GlobalPoolThreadCount(3), 1U);
+  EXPECT_EQ(ORTEnvironment::GlobalPoolThreadCount(8), 6U);
+}
+
+}  // namespace
+}  // namespace kivml::ort
