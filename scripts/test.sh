@@ -53,7 +53,7 @@ case "$sanitize" in
     ;;
   thread)
     default_dir=build-tsan
-    export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}"
+    export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$root/tests/tsan.supp}"
     ;;
   *)
     echo "test.sh: --sanitize takes 'address' or 'thread', not '$sanitize'" >&2

@@ -186,8 +186,9 @@ TEST_F(ORTEvaluatorTest, UnmappedElementTypesAreRejected) {
 
 TEST_F(ORTEvaluatorTest, ModelsThatCannotLoadFailTheFuture) {
   const auto payload = [](const char* bytes) {
-    auto memory = kivcore::allocator::RecycledMemory::Create(std::strlen(bytes));
-    std::memcpy(memory->Buffer(), bytes, std::strlen(bytes));
+    const std::string_view text(bytes);
+    auto memory = kivcore::allocator::RecycledMemory::Create(text.size());
+    std::copy(text.begin(), text.end(), memory->Buffer());
     return memory;
   };
   const auto mock = [](std::shared_ptr<kivcore::allocator::RecycledMemory> bytes) {
