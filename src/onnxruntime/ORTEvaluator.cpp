@@ -64,6 +64,21 @@ DescriptionShapeType AsBatchItem(std::string_view inputName, DescriptionShapeTyp
   return described;
 }
 
+UniqueModelMetadata ReadModelMetadata(const OrtSession& session) {
+  OrtModelMetadata* metadata = nullptr;
+  ThrowIfFailed(Api().SessionGetModelMetadata(&session, &metadata));
+  return UniqueModelMetadata(metadata);
+}
+
+// The custom metadata value under `key`; empty when there is none.
+kivcore::u8string LookupCustomMetadata(const OrtModelMetadata& metadata, OrtAllocator* allocator,
+                                       const char* key) {
+  char* rawValue = nullptr;
+  ThrowIfFailed(Api().ModelMetadataLookupCustomMetadataMap(&metadata, allocator, key, &rawValue));
+  const AllocatedString value(allocator, rawValue);
+  return kivcore::string::ToU8(value.text != nullptr ? value.text : "");
+}
+
 }  // namespace
 
 ORTEvaluator::ORTEvaluator() {
@@ -372,19 +387,8 @@ kivcore::u8string ORTEvaluator::LookupMetadata(const kivcore::u8string& key) {
     return value;
   }
   try {
-    const OrtApi& api = Api();
-    OrtModelMetadata* rawMetadata = nullptr;
-    ThrowIfFailed(api.SessionGetModelMetadata(mSession.get(), &rawMetadata));
-    const UniqueModelMetadata metadata(rawMetadata);
-    OrtAllocator* allocator = DefaultAllocator();
-    char* rawValue = nullptr;
     const std::string plainKey(key.begin(), key.end());
-    ThrowIfFailed(
-        api.ModelMetadataLookupCustomMetadataMap(metadata.get(), allocator, plainKey.c_str(), &rawValue));
-    const AllocatedString found(allocator, rawValue);
-    if (found.text != nullptr) {
-      value = kivcore::string::ToU8(found.text);
-    }
+    value = LookupCustomMetadata(*ReadModelMetadata(*mSession), DefaultAllocator(), plainKey.c_str());
   } catch (...) {
     kivcore::logging::LogException(std::current_exception(), "ORTEvaluator::LookupMetadata", nullptr);
   }
@@ -398,14 +402,12 @@ IMLEvaluatorMetadata::MetadataMap ORTEvaluator::GetMetdata() {
     return map;
   }
   try {
-    const OrtApi& api = Api();
-    OrtModelMetadata* rawMetadata = nullptr;
-    ThrowIfFailed(api.SessionGetModelMetadata(mSession.get(), &rawMetadata));
-    const UniqueModelMetadata metadata(rawMetadata);
+    const UniqueModelMetadata metadata = ReadModelMetadata(*mSession);
     OrtAllocator* allocator = DefaultAllocator();
     char** rawKeys = nullptr;
     int64_t keyCount = 0;
-    ThrowIfFailed(api.ModelMetadataGetCustomMetadataMapKeys(metadata.get(), allocator, &rawKeys, &keyCount));
+    ThrowIfFailed(
+        Api().ModelMetadataGetCustomMetadataMapKeys(metadata.get(), allocator, &rawKeys, &keyCount));
     std::vector<AllocatedString> keys;
     keys.reserve(static_cast<size_t>(keyCount));
     for (int64_t i = 0; i < keyCount; ++i) {
@@ -413,11 +415,8 @@ IMLEvaluatorMetadata::MetadataMap ORTEvaluator::GetMetdata() {
     }
     const AllocatedString keyArray(allocator, reinterpret_cast<char*>(rawKeys));
     for (const AllocatedString& key : keys) {
-      char* rawValue = nullptr;
-      ThrowIfFailed(api.ModelMetadataLookupCustomMetadataMap(metadata.get(), allocator, key.text, &rawValue));
-      const AllocatedString value(allocator, rawValue);
       map.insert_or_assign(kivcore::string::ToU8(key.text),
-                           kivcore::string::ToU8(value.text != nullptr ? value.text : ""));
+                           LookupCustomMetadata(*metadata, allocator, key.text));
     }
   } catch (...) {
     kivcore::logging::LogException(std::current_exception(), "ORTEvaluator::GetMetdata", nullptr);
