@@ -145,12 +145,11 @@ int ORTEvaluator::LoadModel() {
     ThrowIfFailed(Api().EnableProfiling(mSessionOptions.get(), ProfilePrefix(model->GetName()).c_str()));
   };
   mProfilingEnabled = ProfilingRequested();
-  if (mProfilingEnabled) {
-    enableProfiling();
-  }
-
   const bool tryGPU = accessor->ShouldEvaluateOnGPU();
   if (tryGPU) {
+    if (mProfilingEnabled) {
+      enableProfiling();
+    }
     try {
       ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), true);
       CreateSession(*payload);
@@ -164,9 +163,9 @@ int ORTEvaluator::LoadModel() {
     }
   }
   if (!mSession) {
-    // Fresh options: whatever a GPU attempt added must not reach the CPU session. That includes its
-    // profiling request, which is deliberately not repeated: a CPU session after a failed GPU attempt is
-    // never profiled.
+    // Fresh options: whatever a GPU attempt added must not reach the CPU session. That includes the
+    // profiling request made for it, which is deliberately not repeated: a CPU session after a failed GPU
+    // attempt is never profiled.
     OrtSessionOptions* options = nullptr;
     ThrowIfFailed(Api().CreateSessionOptions(&options));
     mSessionOptions.reset(options);
