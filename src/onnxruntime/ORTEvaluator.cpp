@@ -364,18 +364,24 @@ void ORTEvaluator::CheckBatchRow(const utility::FeatureContainerVector& row,
   if (firstRow == nullptr) {
     return;
   }
-  const FittedInputs first = FitRow(*firstRow, true, holders);
-  for (const FittedInput& input : fitted) {
-    const auto match = std::find_if(first.begin(), first.end(), [&](const FittedInput& candidate) {
-      return std::string_view(candidate.name) == input.name;
+  // The first row fits the model already, so agreeing with it means having the same tensor shapes.
+  size_t firstRowInputs = 0;
+  for (const auto& container : *firstRow) {
+    const auto tensor = container.mFeature ? container.mFeature.Query<ITensorMLFeatureAccessor>() : nullptr;
+    if (!tensor) {
+      break;
+    }
+    ++firstRowInputs;
+    const auto match = std::find_if(fitted.begin(), fitted.end(), [&](const FittedInput& input) {
+      return container.mFeatureName.View() == input.name;
     });
-    if (match == first.end() || match->shape != input.shape) {
-      ThrowBadFeature("Input '" + std::string(input.name) +
+    if (match == fitted.end() || match->tensor->GetShape() != tensor->GetShape()) {
+      ThrowBadFeature("Input '" + std::string(container.mFeatureName.View()) +
                       "' does not match the first request of its batch: requests batched together must agree "
                       "on their free dimensions");
     }
   }
-  if (fitted.size() != first.size()) {
+  if (fitted.size() != firstRowInputs) {
     ThrowBadFeature("The request's inputs differ from those of the first request of its batch");
   }
 }
