@@ -243,6 +243,9 @@ ORTEvaluator::FittedInputs ORTEvaluator::FitRow(const utility::FeatureContainerV
     fitted.push_back({container.mFeatureName.c_str(), tensor.get(), shape, type});
     holders.push_back(std::move(tensor));
   }
+  if (fitted.empty() && !mRequiredInputs.empty()) {
+    throw kivcore::kiv_exception("The request carries no input features", eNoInputFeatures);
+  }
   for (const std::string& required : mRequiredInputs) {
     if (std::none_of(fitted.begin(), fitted.end(),
                      [&](const FittedInput& input) { return required == input.name; })) {

@@ -153,6 +153,7 @@ TEST_F(ORTEvaluatorTest, BadRequestsFailAloneWithTheInputNamed) {
       {"too few elements", MakeInputs({{"input1", MakeTensor<float>({1, 3}, {1, 2})}, {"input2", good}}),
        eBadFeature, "'input1'"},
       {"missing input", MakeInputs({{"input1", good}}), eBadFeature, "'input2'"},
+      {"no inputs", MakeInputs({}), eNoInputFeatures, "no input"},
       {"unknown input", MakeInputs({{"input1", good}, {"input2", good}, {"input3", good}}), eBadFeature,
        "'input3'"},
   };
