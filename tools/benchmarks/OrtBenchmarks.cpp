@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "BaseMLEvaluator.h"
+#include "ProducerBarrier.h"
 #include "kivcore/allocator/RecycledMemory.h"
 #include "kivcore/config/InitializerRegistrar.h"
 #include "kivcore/utility/ImmutableString.h"
@@ -69,20 +70,7 @@ struct Fixture {
 };
 std::unique_ptr<Fixture> gFixture;
 
-// The library averages the producers' timers, each stopped when its own loop ends; producers that finish
-// early would make the run look shorter than it was. So each waits here for the others at its end.
-std::atomic<int> gFinishedProducers{0};
-
-void FinishTogether(const benchmark::State& state, bool wait) {
-  if (gFinishedProducers.fetch_add(1) + 1 == state.threads()) {
-    gFinishedProducers.notify_all();
-    return;
-  }
-  for (int finished = gFinishedProducers.load(); wait && finished < state.threads();
-       finished = gFinishedProducers.load()) {
-    gFinishedProducers.wait(finished);
-  }
-}
+kivml::benchmarks::ProducerBarrier gProducers;
 
 double Milliseconds(Clock::duration duration) {
   return std::chrono::duration<double, std::milli>(duration).count();
@@ -96,7 +84,7 @@ void SetCounters(benchmark::State& state, int64_t requestsPerIteration, double l
 
 void RawORT(benchmark::State& state) {
   if (state.thread_index() == 0) {
-    gFinishedProducers = 0;  // nobody counts before the start barrier, which this thread has not passed
+    gProducers.Reset();
   }
   const OrtApi& api = kivml::ort::Api();
   Fixture& fixture = *gFixture;
@@ -118,13 +106,13 @@ void RawORT(benchmark::State& state) {
           api.Run(fixture.mSession.get(), nullptr, inputNames, &input, 1, outputNames, 1, &output));
     } catch (const std::exception& exception) {
       state.SkipWithError(exception.what());
-      FinishTogether(state, false);
+      gProducers.FinishTogether(state, false);
       break;
     }
     latencySumMs += Milliseconds(Clock::now() - start);
     api.ReleaseValue(output);
     if (--left == 0) {
-      FinishTogether(state, true);
+      gProducers.FinishTogether(state, true);
     }
   }
   SetCounters(state, static_cast<int64_t>(fixture.mBatchRows), latencySumMs);
@@ -146,7 +134,7 @@ bool Collect(Pending& slot, double& latencySumMs) {
 
 void Kivml(benchmark::State& state, kivml::IMLEvaluator& evaluator) {
   if (state.thread_index() == 0) {
-    gFinishedProducers = 0;
+    gProducers.Reset();
   }
   const kivml::utility::FeatureContainerVector& request = gFixture->mRequest;
   std::vector<Pending> window(kWindowPerProducer);
@@ -157,7 +145,7 @@ void Kivml(benchmark::State& state, kivml::IMLEvaluator& evaluator) {
     Pending& slot = window[next];
     if (slot.mFuture.IsValid() && !Collect(slot, latencySumMs)) {
       state.SkipWithError("a request failed");
-      FinishTogether(state, false);
+      gProducers.FinishTogether(state, false);
       break;
     }
     slot.mQueued = Clock::now();
@@ -168,7 +156,7 @@ void Kivml(benchmark::State& state, kivml::IMLEvaluator& evaluator) {
       const bool answered = std::all_of(window.begin(), window.end(), [&latencySumMs](Pending& pending) {
         return !pending.mFuture.IsValid() || Collect(pending, latencySumMs);
       });
-      FinishTogether(state, true);
+      gProducers.FinishTogether(state, true);
       if (!answered) {
         state.SkipWithError("a request failed");
       }

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "ProducerBarrier.h"
 #include "support/FakeEvaluator.h"
 #include "support/FakeModel.h"
 
@@ -91,24 +92,11 @@ void RequestConstruction(benchmark::State& state) {
 }
 BENCHMARK(RequestConstruction);
 
-// The library averages the producers' timers, each stopped when its own loop ends; producers that finish
-// early would make the run look shorter than it was. So each waits here for the others at its end.
-std::atomic<int> gFinishedProducers{0};
-
-void FinishTogether(const benchmark::State& state, bool wait) {
-  if (gFinishedProducers.fetch_add(1) + 1 == state.threads()) {
-    gFinishedProducers.notify_all();
-    return;
-  }
-  for (int finished = gFinishedProducers.load(); wait && finished < state.threads();
-       finished = gFinishedProducers.load()) {
-    gFinishedProducers.wait(finished);
-  }
-}
+kivml::benchmarks::ProducerBarrier gProducers;
 
 void Pipeline(benchmark::State& state) {
   if (state.thread_index() == 0) {
-    gFinishedProducers = 0;  // nobody counts before the start barrier, which this thread has not passed
+    gProducers.Reset();
   }
   const Configuration& configuration = gConfigurations.at({state.range(0), state.range(1)});
   FakeEvaluator& evaluator = *configuration.mEvaluator;
@@ -123,7 +111,7 @@ void Pipeline(benchmark::State& state) {
     RequestFuture& slot = window[next];
     if (slot.IsValid() && !Collect(slot)) {
       state.SkipWithError("a request failed");
-      FinishTogether(state, false);
+      gProducers.FinishTogether(state, false);
       break;
     }
     slot = evaluator.QueueFeatures(kivml::testing::MakeRequest(value++));
@@ -133,7 +121,7 @@ void Pipeline(benchmark::State& state) {
       const bool answered = std::all_of(window.begin(), window.end(), [](RequestFuture& pending) {
         return !pending.IsValid() || Collect(pending);
       });
-      FinishTogether(state, true);
+      gProducers.FinishTogether(state, true);
       if (!answered) {
         state.SkipWithError("a request failed");
       }
