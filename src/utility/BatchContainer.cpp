@@ -3,31 +3,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "kivcore/classref/Implements.h"
 #include "kivml/ITensorFeatureDescription.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
 #include "kivml/utility/TensorFactories.h"
+#include "utility/TensorDescription.h"
 
 namespace kivml::utility {
 
 namespace {
-
-// A tensor description whose free dimensions have been given sizes.
-class SizedDescription final : public kivcore::classref::Implements<ITensorFeatureDescription> {
- public:
-  SizedDescription(const ITensorFeatureDescription& described, DescriptionShapeType shape)
-      : mName(described.GetName()), mDataType(described.GetTensorDataType()), mShape(std::move(shape)) {}
-
-  kivcore::utility::ImmutableString GetName() const override { return mName; }
-  FeatureKind GetKind() const override { return FeatureKind::kTensor; }
-  kivcore::utility::Guid GetTensorDataType() const override { return mDataType; }
-  DescriptionShapeType GetTensorShape() const override { return mShape; }
-
- private:
-  kivcore::utility::ImmutableString mName;
-  kivcore::utility::Guid mDataType;
-  DescriptionShapeType mShape;
-};
 
 // Gives each free dimension (-1) the size it has in `row`'s tensor of the same name, or 1 when the row has
 // none to copy, so that dummy rows agree with the real rows of their batch (image height and width...).
@@ -55,7 +38,8 @@ FeatureDescriptionVector SizeFreeDimensions(const FeatureDescriptionVector& desc
       }
     }
     sized.push_back(kivcore::classref::MakeInterfaceRef<IFeatureDescription>(
-        kivcore::classref::CreateObject<SizedDescription>(*tensorDescription, std::move(shape))));
+        kivcore::classref::CreateObject<TensorDescription>(
+            tensorDescription->GetName(), tensorDescription->GetTensorDataType(), std::move(shape))));
   }
   return sized;
 }
