@@ -27,29 +27,24 @@ ORTTensorWrapper::ORTTensorWrapper(std::shared_ptr<OrtValue> value) : mValue(std
 ORTTensorWrapper::ORTTensorWrapper(std::shared_ptr<OrtValue> value, uint64_t item)
     : mValue(std::move(value)), mItem(item) {}
 
-uint64_t ORTTensorWrapper::ItemCount(const ShapeType& wholeShape) const {
-  return mItem && !wholeShape.empty() ? wholeShape.front() : 1;
-}
-
-ShapeType ORTTensorWrapper::GetWholeShape() const {
-  const auto info = GetTensorInfo(mValue.get());
-  const DescriptionShapeType shape = ORTTensorDescription::ReadShape(*info);
-  return ShapeType(shape.begin(), shape.end());
-}
-
-uint64_t ORTTensorWrapper::GetCount() const {
-  const auto info = GetTensorInfo(mValue.get());
+uint64_t ORTTensorWrapper::ItemElements(const OrtTensorTypeAndShapeInfo& info) const {
   size_t count = 0;
-  ThrowIfFailed(Api().GetTensorShapeElementCount(info.get(), &count));
+  ThrowIfFailed(Api().GetTensorShapeElementCount(&info, &count));
   if (!mItem) {
     return count;
   }
-  const uint64_t items = ItemCount(GetWholeShape());
+  const DescriptionShapeType shape = ORTTensorDescription::ReadShape(info);
+  const uint64_t items = shape.empty() ? 1 : static_cast<uint64_t>(shape.front());
   return items == 0 ? 0 : count / items;
 }
 
+uint64_t ORTTensorWrapper::GetCount() const {
+  return ItemElements(*GetTensorInfo(mValue.get()));
+}
+
 ShapeType ORTTensorWrapper::GetShape() const {
-  ShapeType shape = GetWholeShape();
+  const DescriptionShapeType whole = ORTTensorDescription::ReadShape(*GetTensorInfo(mValue.get()));
+  ShapeType shape(whole.begin(), whole.end());
   if (mItem && !shape.empty()) {
     shape.front() = 1;
   }
@@ -61,9 +56,12 @@ StrideType ORTTensorWrapper::GetStrides() const {
 }
 
 uint64_t ORTTensorWrapper::GetDataTypeSize() const {
-  const auto info = GetTensorInfo(mValue.get());
+  return ElementSize(*GetTensorInfo(mValue.get()));
+}
+
+uint64_t ORTTensorWrapper::ElementSize(const OrtTensorTypeAndShapeInfo& info) {
   ONNXTensorElementDataType type = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
-  ThrowIfFailed(Api().GetTensorElementType(info.get(), &type));
+  ThrowIfFailed(Api().GetTensorElementType(&info, &type));
   return GetONNXElementSize(type);
 }
 
@@ -73,7 +71,8 @@ char* ORTTensorWrapper::ItemData() const {
   if (!mItem || data == nullptr) {
     return static_cast<char*>(data);
   }
-  return static_cast<char*>(data) + *mItem * GetCount() * GetDataTypeSize();
+  const auto info = GetTensorInfo(mValue.get());
+  return static_cast<char*>(data) + *mItem * ItemElements(*info) * ElementSize(*info);
 }
 
 const void* ORTTensorWrapper::GetData() const {

@@ -42,9 +42,9 @@ class ORTTensorWrapper final
   kivcore::classref::InterfaceRef<ITensorFeatureDescription> GetDescription() const;
 
  private:
-  // Items along the first dimension: 1 for a whole value.
-  uint64_t ItemCount(const ShapeType& wholeShape) const;
-  ShapeType GetWholeShape() const;
+  // Elements this wrapper stands for: the whole value's, or one item's share of them.
+  uint64_t ItemElements(const OrtTensorTypeAndShapeInfo& info) const;
+  static uint64_t ElementSize(const OrtTensorTypeAndShapeInfo& info);
   char* ItemData() const;
 
   std::shared_ptr<OrtValue> mValue;
