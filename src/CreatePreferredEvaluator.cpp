@@ -1,5 +1,6 @@
 #include "kivml/CreatePreferredEvaluator.h"
 
+#include "BaseMLEvaluator.h"
 #include "kivcore/classref/ClassFactory.h"
 #include "kivcore/config/ExceptionResult.h"
 #include "kivcore/config/ResultCodes.h"
@@ -46,6 +47,14 @@ kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> CreatePref
     }
     return publicRef;
   });
+}
+
+size_t GetEvaluatorBatchSize(const kivcore::classref::InterfaceRef<IMLEvaluator>& evaluator) {
+  const auto* base = dynamic_cast<const BaseMLEvaluator*>(evaluator.get());
+  if (!base) {
+    return 0;
+  }
+  return base->GetShouldUseBatching() ? base->GetBatchSize() : 1;
 }
 
 }  // namespace kivml

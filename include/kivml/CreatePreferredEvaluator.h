@@ -2,6 +2,8 @@
 // The library's entry point: an evaluator for a model, started and loaded, delivered through a future.
 // The library's initializers must have run (kivcore::config::RunInitializers) before the first call.
 
+#include <cstddef>
+
 #include "kivcore/async/Future.h"
 #include "kivcore/classref/InterfaceRef.h"
 #include "kivcore/utility/Guid.h"
@@ -21,5 +23,10 @@ KIVML_EXPORT extern const kivcore::utility::Guid kORTEvaluatorGuid;
 // loading failure otherwise.
 KIVML_EXPORT kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> CreatePreferredEvaluator(
     kivcore::classref::InterfaceRef<IMLModel> model, BatchedInference batched);
+
+// Rows per model run of a started evaluator from CreatePreferredEvaluator: its batch size when it batches,
+// 1 when it runs requests singly; 0 for an evaluator this library did not make. Hosts use it to keep
+// enough requests in flight to fill batches.
+KIVML_EXPORT size_t GetEvaluatorBatchSize(const kivcore::classref::InterfaceRef<IMLEvaluator>& evaluator);
 
 }  // namespace kivml

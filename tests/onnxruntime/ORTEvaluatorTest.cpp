@@ -42,6 +42,7 @@ TEST_F(ORTEvaluatorTest, AddsOneByOneWithABatchOfOne) {
   ASSERT_TRUE(evaluator);
   // Unbatched, the "DATA_BATCH" dimension is fixed to 1 in the session itself.
   EXPECT_EQ(Backend(evaluator).GetSessionBatchSize(), 1);
+  EXPECT_EQ(GetEvaluatorBatchSize(evaluator), 1U);
   EXPECT_EQ(Backend(evaluator).GetInputDescriptions().at("input1")->GetTensorShape(),
             DescriptionShapeType({1, 3}));
   EXPECT_EQ(evaluator->CheckHealth(), 0);
@@ -70,6 +71,7 @@ TEST_F(ORTEvaluatorTest, ManyProducersGetTheirOwnRowsOfPaddedBatches) {
   ASSERT_TRUE(evaluator);
   const int64_t batchSize = Backend(evaluator).GetSessionBatchSize();
   EXPECT_EQ(batchSize, 8);  // no GPU memory to size it from
+  EXPECT_EQ(GetEvaluatorBatchSize(evaluator), 8U);
   EXPECT_EQ(Backend(evaluator).GetInputDescriptions().at("input1")->GetTensorShape(),
             DescriptionShapeType({batchSize, 3}));
 
