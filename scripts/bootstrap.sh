@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and testing the project needs: Debian packages that are missing, then the pinned
-# ONNX Runtime (scripts/fetch_onnxruntime.sh). Safe to run again; with everything present it only checks.
+# ONNX Runtime (scripts/fetch_onnxruntime.sh) and the benchmark model (scripts/fetch_models.sh). Safe to
+# run again; with everything present it only checks.
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -21,6 +22,10 @@ packages=(
   nodejs
   npm
   clang-format
+  clang
+  libcli11-dev
+  nlohmann-json3-dev
+  gnuplot-nox
 )
 
 # A package also counts as present when this command is on PATH: a Node.js installed from elsewhere ships
@@ -65,3 +70,4 @@ if ((${#missing[@]} > 0)); then
 fi
 
 "$root/scripts/fetch_onnxruntime.sh"
+"$root/scripts/fetch_models.sh"

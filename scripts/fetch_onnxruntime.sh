@@ -32,44 +32,16 @@ if [[ -f "$stamp" && "$(cat "$stamp")" == "$stamp_text" ]]; then
   exit 0
 fi
 
-for tool in npm tar sha512sum base64 od; do
-  if ! command -v "$tool" >/dev/null 2>&1; then
-    echo "fetch_onnxruntime: '$tool' is missing; run scripts/bootstrap.sh" >&2
-    exit 1
-  fi
-done
+# shellcheck source=scripts/npm_fetch.sh
+source "$root/scripts/npm_fetch.sh"
+npm_fetch_check_tools fetch_onnxruntime
 
 mkdir -p "$cache_root"
 work="$(mktemp -d "$cache_root/.onnxruntime-fetch.XXXXXX")"
 trap 'rm -rf "$work"' EXIT
 
-# fetch <package> <version> <integrity>: packs the tarball into $work/<package>/ and prints its path.
-fetch() {
-  local package="$1" version="$2" integrity="$3"
-  local dir="$work/$package"
-  mkdir -p "$dir"
-  echo "fetch_onnxruntime: downloading $package@$version" >&2
-  (cd "$dir" && npm pack --ignore-scripts --no-update-notifier --loglevel=error "$package@$version" >/dev/null)
-  local tarballs=("$dir"/*.tgz)
-  if [[ ${#tarballs[@]} -ne 1 || ! -f "${tarballs[0]}" ]]; then
-    echo "fetch_onnxruntime: npm pack of $package@$version produced no single tarball" >&2
-    exit 1
-  fi
-  # npm integrity strings are base64 digests; compare them as hex with what sha512sum computes.
-  local expected actual
-  expected="$(printf '%s' "${integrity#sha512-}" | base64 -d | od -An -v -tx1 | tr -d ' \n')"
-  actual="$(sha512sum "${tarballs[0]}" | cut -d' ' -f1)"
-  if [[ "$expected" != "$actual" ]]; then
-    echo "fetch_onnxruntime: INTEGRITY MISMATCH for $package@$version" >&2
-    echo "  expected sha512 $expected" >&2
-    echo "  got      sha512 $actual" >&2
-    exit 1
-  fi
-  printf '%s\n' "${tarballs[0]}"
-}
-
-runtime_tgz="$(fetch "$runtime_package" "$runtime_package_version" "$runtime_integrity")"
-headers_tgz="$(fetch "$headers_package" "$headers_package_version" "$headers_integrity")"
+runtime_tgz="$(npm_fetch fetch_onnxruntime "$work" "$runtime_package" "$runtime_package_version" "$runtime_integrity")"
+headers_tgz="$(npm_fetch fetch_onnxruntime "$work" "$headers_package" "$headers_package_version" "$headers_integrity")"
 
 stage="$work/stage"
 mkdir -p "$stage/include" "$stage/lib/linux-x64" "$stage/bin/win-x64"
