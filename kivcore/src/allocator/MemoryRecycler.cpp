@@ -11,7 +11,13 @@
 namespace kivcore::allocator {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+// GCC defines __SANITIZE_ADDRESS__; clang says so only through __has_feature.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KIVCORE_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(KIVCORE_ADDRESS_SANITIZER)
 constexpr bool kPoolEnabled = false;  // keep every block visible to AddressSanitizer
 #else
 constexpr bool kPoolEnabled = true;
