@@ -1,0 +1,54 @@
+#!/usr/bin/python3
+"""Writes the models the kivml tool's tests need beyond tests/models into the folder given as the only argument:
+`mixed`, whose inputs and outputs cover float64, int64 and int32 (with output names that are not file-safe, two
+of which make the same file name), and
+`fixed_reshape`, which passes the tool's checks for any length of its free axis but fails in ONNX Runtime unless
+that length is 3."""
+
+import os
+import sys
+
+import onnx
+from onnx import TensorProto, helper
+
+
+def tensor(name, elem_type, dims, batch=False):
+    info = helper.make_tensor_value_info(name, elem_type, dims)
+    if batch:
+        first = info.type.tensor_type.shape.dim[0]
+        first.dim_param = "N"
+        first.denotation = "DATA_BATCH"
+    return info
+
+
+def save(folder, name, nodes, inputs, outputs):
+    model = helper.make_model(helper.make_graph(nodes, name, inputs, outputs),
+                              opset_imports=[helper.make_opsetid("", 13)])
+    model.ir_version = 8
+    onnx.checker.check_model(model)
+    onnx.save(model, os.path.join(folder, name + ".onnx"))
+
+
+def main(folder):
+    os.makedirs(folder, exist_ok=True)
+    save(folder, "mixed",
+         [helper.make_node("Add", ["x", "x"], ["doubled"]),
+          helper.make_node("Cast", ["x"], ["x_int64"], to=TensorProto.INT64),
+          helper.make_node("Add", ["k", "x_int64"], ["total/int64"]),
+          helper.make_node("Identity", ["k"], ["total:int64"]),
+          helper.make_node("Cast", ["k"], ["count:int32"], to=TensorProto.INT32),
+          helper.make_node("Mul", ["n", "n"], ["n_squared"])],
+         [tensor("x", TensorProto.DOUBLE, ["N", 3], True), tensor("k", TensorProto.INT64, ["N", 3], True),
+          tensor("n", TensorProto.INT32, ["N", 2], True)],
+         [tensor("doubled", TensorProto.DOUBLE, ["N", 3], True), tensor("total/int64", TensorProto.INT64, ["N", 3], True),
+          tensor("total:int64", TensorProto.INT64, ["N", 3], True),
+          tensor("count:int32", TensorProto.INT32, ["N", 3], True), tensor("n_squared", TensorProto.INT32, ["N", 2], True)])
+    # The leading axis is fixed, so the model cannot batch and "L" stays free for a request.
+    shape = helper.make_tensor("shape", TensorProto.INT64, [2], [2, 3])
+    save(folder, "fixed_reshape",
+         [helper.make_node("Constant", [], ["shape"], value=shape), helper.make_node("Reshape", ["x", "shape"], ["y"])],
+         [tensor("x", TensorProto.FLOAT, [2, "L"])], [tensor("y", TensorProto.FLOAT, [2, 3])])
+
+
+if __name__ == "__main__":
+    main(sys.argv[1])

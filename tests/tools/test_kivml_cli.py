@@ -1,0 +1,321 @@
+#!/usr/bin/python3
+"""Drives the kivml command-line tool on small models and checks what it prints and writes, the .npy files with
+NumPy. The environment names the tool (KIVML_TOOL) and the model folders (KIVML_TEST_MODELS, written by
+tests/models/make_test_models.py, and KIVML_TOOL_MODELS, by make_tool_models.py)."""
+
+import json
+import os
+import pty
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+import numpy as np
+
+KIVML = os.path.abspath(os.environ.get("KIVML_TOOL", ""))
+TEST_MODELS = os.environ.get("KIVML_TEST_MODELS", "")
+TOOL_MODELS = os.environ.get("KIVML_TOOL_MODELS", "")
+
+
+def model(name):
+    folder = TOOL_MODELS if name in ("mixed", "fixed_reshape") else TEST_MODELS
+    return os.path.join(folder, name + ".onnx")
+
+
+class ToolTestCase(unittest.TestCase):
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.dir = scratch.name
+
+    def kivml(self, *args):
+        """Runs the tool in the scratch folder with stderr piped, as under ctest or in a log."""
+        return subprocess.run([KIVML, *args], cwd=self.dir, capture_output=True, text=True, timeout=60)
+
+    def succeed(self, *args):
+        result = self.kivml(*args)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return result
+
+    def fail_with(self, args, *fragments, quiet=True):
+        """The tool must exit non-zero with one error line holding every fragment (and, when quiet, print nothing
+        on stdout: the check came before any work)."""
+        result = self.kivml(*args)
+        self.assertNotEqual(result.returncode, 0, result.stdout)
+        errors = [line for line in result.stderr.splitlines() if line.startswith("kivml: error: ")]
+        self.assertEqual(len(errors), 1, result.stderr)
+        for fragment in fragments:
+            self.assertIn(fragment, errors[0])
+        if quiet:
+            self.assertEqual(result.stdout, "")
+        return errors[0]
+
+    def save(self, name, array):
+        path = os.path.join(self.dir, name)
+        np.save(path, array)
+        return path
+
+    def load(self, name):
+        return np.load(os.path.join(self.dir, name))
+
+
+class InfoTest(ToolTestCase):
+    def test_lists_features_batching_and_metadata(self):
+        out = self.succeed("info", model("add_metadata")).stdout
+        self.assertRegex(out, r"input1\s+float32\s+\[N, 3\]\s+one request: \[1, 3\]")
+        self.assertRegex(out, r"input2\s+float32\s+\[N, 3\]")
+        self.assertRegex(out, r"output1\s+float32\s+\[N, 3\]")
+        self.assertIn("batching: supported", out)
+        self.assertRegex(out, r"author\s+= kivml tests")
+        self.assertRegex(out, r"labels\s+= cat,dog")
+
+    def test_shows_symbolic_dims_and_every_element_type(self):
+        self.assertRegex(self.succeed("info", model("free_hw")).stdout, r"image\s+float32\s+\[N, 1, H, W\]")
+        out = self.succeed("info", model("logical_and")).stdout
+        self.assertRegex(out, r"input1\s+bool\s+\[1, 4\]")
+        self.assertIn("batching: not supported", out)
+        out = self.succeed("info", model("mixed")).stdout
+        for pattern in (r"x\s+float64", r"k\s+int64", r"n\s+int32", r"count:int32\s+int32"):
+            self.assertRegex(out, pattern)
+        self.assertRegex(self.succeed("info", model("fixed_reshape")).stdout, r"x\s+float32\s+\[2, L\]\s+one request: \[2, \?\]")
+
+    def test_marks_types_the_library_cannot_carry(self):
+        self.assertRegex(self.succeed("info", model("half")).stdout, r"x\s+float16\s+\[1, 2\]\s+\(not supported by kivml\)")
+
+
+class RunTest(ToolTestCase):
+    def test_float32_outputs_match_numpy_across_repeats(self):
+        rng = np.random.default_rng(7)
+        a, b = rng.random((1, 3), dtype=np.float32), rng.random((1, 3), dtype=np.float32)
+        result = self.succeed("run", model("add"), "--input", "input1=" + self.save("a.npy", a),
+                              "-i", "input2=" + self.save("b.npy", b), "--output-dir", "out", "--repeat", "3")
+        self.assertRegex(result.stdout, r"^output1\s+float32\s+\[1, 3\]\s+out/output1\.npy\n$")
+        self.assertIn("answers agree", result.stderr)
+        output = self.load("out/output1.npy")
+        self.assertEqual((output.dtype, output.shape), (np.float32, (1, 3)))
+        np.testing.assert_allclose(output, a + b, rtol=1e-6)
+
+    def test_bool_outputs(self):
+        a, b = np.array([[True, False, True, False]]), np.array([[True, True, False, False]])
+        self.succeed("run", model("logical_and"), "-i", "input1=" + self.save("a.npy", a), "-i", "input2=" + self.save("b.npy", b))
+        output = self.load("output1.npy")
+        self.assertEqual(output.dtype, np.bool_)
+        np.testing.assert_array_equal(output, a & b)
+
+    def test_integer_and_double_outputs_with_unsafe_names(self):
+        x = np.array([[1.5, 2.25, -3.0]])
+        k = np.array([[1, 2, 1 << 40]], dtype=np.int64)
+        n = np.array([[3, -40000]], dtype=np.int32)
+        out = self.succeed("run", model("mixed"), "-i", "x=" + self.save("x.npy", x), "-i", "k=" + self.save("k.npy", k),
+                           "-i", "n=" + self.save("n.npy", n)).stdout
+        self.assertRegex(out, r"total/int64\s+int64\s+\[1, 3\]\s+\./total_int64\.npy")
+        self.assertRegex(out, r"total:int64\s+int64\s+\[1, 3\]\s+\./total_int64_2\.npy")
+        self.assertRegex(out, r"count:int32\s+int32\s+\[1, 3\]\s+\./count_int32\.npy")
+        expected = {"doubled.npy": x + x, "total_int64.npy": k + x.astype(np.int64), "total_int64_2.npy": k,
+                    "count_int32.npy": k.astype(np.int32), "n_squared.npy": n * n}
+        for name, values in expected.items():
+            output = self.load(name)
+            self.assertEqual((output.dtype, output.shape), (values.dtype, values.shape), name)
+            np.testing.assert_array_equal(output, values, name)
+
+    def test_batched_and_gpu_requests_give_the_same_answer(self):
+        a = self.save("a.npy", np.array([[1, 2, 3]], np.float32))
+        for flag in ("--batched", "--gpu"):
+            result = self.succeed("run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, flag, "-o", flag[2:])
+            self.assertRegex(result.stdout, r"output1\s+float32\s+\[1, 3\]")
+            np.testing.assert_array_equal(self.load(flag[2:] + "/output1.npy"), [[2, 4, 6]])
+        self.assertIn("asked for the GPU", result.stderr)
+
+    def test_free_dimensions_take_the_array_shape(self):
+        image = np.arange(20, dtype=np.float32).reshape(1, 1, 4, 5)
+        self.succeed("run", model("free_hw"), "-i", "image=" + self.save("image.npy", image))
+        np.testing.assert_allclose(self.load("sum.npy"), image.sum(axis=(2, 3)))
+
+
+class RunErrorTest(ToolTestCase):
+    def add_args(self, input1, input2=None):
+        args = ["run", model("add"), "-i", "input1=" + input1]
+        return args + ["-i", "input2=" + (input2 or self.save("b.npy", np.ones((1, 3), np.float32)))]
+
+    def test_missing_files(self):
+        self.fail_with(["run", model("nothing_here")], "model file", "nothing_here.onnx", "does not exist")
+        self.fail_with(self.add_args("missing.npy"), "input file 'missing.npy' does not exist")
+
+    def test_input_names(self):
+        a = self.save("a.npy", np.ones((1, 3), np.float32))
+        self.fail_with(["run", model("add"), "-i", "inputX=" + a], "no input 'inputX'", "input1, input2")
+        self.fail_with(["run", model("add"), "-i", "input1=" + a], "'input2' is required", "float32", "[1, 3]")
+        self.fail_with(["run", model("add"), "-i", "input1=" + a, "-i", "input1=" + a], "'input1' is given twice")
+        self.fail_with(["run", model("add"), "-i", a], "expected NAME=FILE.npy")
+
+    def test_wrong_dtype_names_both(self):
+        self.fail_with(self.add_args(self.save("a.npy", np.ones((1, 3), np.int64))), "takes float32", "holds int64")
+        self.fail_with(self.add_args(self.save("a.npy", np.ones((1, 3), np.float16))), "unsupported dtype '<f2'")
+
+    def test_wrong_shape_names_both(self):
+        self.fail_with(self.add_args(self.save("a.npy", np.ones(3, np.float32))), "takes shape [1, 3]", "holds [3]", "rank 1 instead of 2")
+        self.fail_with(self.add_args(self.save("a.npy", np.ones((2, 3), np.float32))), "holds [2, 3]", "axis 0 must be 1", "one row")
+        self.fail_with(self.add_args(self.save("a.npy", np.ones((1, 4), np.float32))), "holds [1, 4]", "axis 1 must be 3")
+
+    def test_malformed_npy_gives_the_readers_reason(self):
+        truncated = self.save("t.npy", np.ones((1, 3), np.float32))
+        with open(truncated, "r+b") as file:
+            file.truncate(os.path.getsize(truncated) - 4)
+        self.fail_with(self.add_args(truncated), "t.npy", "needs 12")
+        garbage = os.path.join(self.dir, "g.npy")
+        with open(garbage, "wb") as file:
+            file.write(b"not numpy at all")
+        self.fail_with(self.add_args(garbage), "g.npy", "not a .npy image")
+
+    def test_models_the_tool_cannot_serve(self):
+        garbage = os.path.join(self.dir, "garbage.onnx")
+        with open(garbage, "w") as file:
+            file.write("not a model")
+        self.fail_with(["info", garbage], "cannot load the model: 0xED6C0002", "garbage")
+        self.fail_with(["run", model("half")], "float16", "cannot exchange")
+        x = self.save("x.npy", np.ones((2, 3), np.float32))
+        self.fail_with(["run", model("fixed_reshape"), "-i", "x=" + x, "--batched"], "cannot run batched")
+
+    def test_failed_request_shows_the_result_code(self):
+        x = self.save("x.npy", np.ones((2, 4), np.float32))
+        self.fail_with(["run", model("fixed_reshape"), "-i", "x=" + x], "request failed: 0xED6C0004", "Reshape")
+
+
+class BenchTest(ToolTestCase):
+    def test_json_holds_every_mode_and_concurrency(self):
+        result = self.succeed("bench", model("add"), "--requests", "20", "--concurrency", "1,2", "--both", "--warmup", "4",
+                              "--json", "bench.json")
+        self.assertNotIn("\r", result.stderr)  # no progress bar when stderr is piped
+        self.assertIn("kivml req/s", result.stdout)
+        self.assertIn("targets", result.stdout)
+        with open(os.path.join(self.dir, "bench.json")) as file:
+            report = json.load(file)
+        self.assertEqual((report["requests"], report["warmup"]), (20, 4))
+        self.assertGreater(report["hardware_concurrency"], 0)
+        self.assertEqual([(i["name"], i["dtype"], i["shape"]) for i in report["inputs"]],
+                         [("input1", "float32", [1, 3]), ("input2", "float32", [1, 3])])
+        self.assertEqual([mode["mode"] for mode in report["modes"]], ["batched", "unbatched"])
+        for mode in report["modes"]:
+            self.assertEqual([row["concurrency"] for row in mode["results"]], [1, 2])
+            rows_per_run = mode["batch_size"] if mode["mode"] == "batched" else 1
+            for row in mode["results"]:
+                self.assertGreater(row["throughput_ratio"], 0)
+                self.assertEqual(row["raw"]["rows_per_call"], rows_per_run)
+                for side in (row["kivml"], row["raw"]):
+                    self.assertGreaterEqual(side["requests"], 20)
+                    for key in ("wall_seconds", "requests_per_second", "mean_ms", "p50_ms", "p95_ms", "p99_ms"):
+                        self.assertGreater(side[key], 0, key)
+                    self.assertLessEqual(side["p50_ms"], side["p99_ms"])
+        self.assertIsNone(report["targets"]["batched"])  # no concurrency fills a batch
+        self.assertIn("p50_difference_us", report["targets"]["unbatched"])
+
+    def test_table_columns_line_up(self):
+        out = self.succeed("bench", model("add"), "--requests", "4", "--concurrency", "1,16", "--unbatched", "--warmup", "0").stdout
+        table = [line for line in out.splitlines() if line.count("|") == 3]
+        self.assertEqual(len(table), 3, out)  # header and one row per concurrency
+        self.assertEqual(len({tuple(i for i, c in enumerate(line) if c == "|") for line in table}), 1, out)
+
+    def test_every_element_type_and_a_model_that_cannot_batch(self):
+        for name in ("mixed", "logical_and"):
+            result = self.succeed("bench", model(name), "--requests", "3", "--concurrency", "1", "--warmup", "0",
+                                  "--json", name + ".json")
+            with open(os.path.join(self.dir, name + ".json")) as file:
+                modes = [mode["mode"] for mode in json.load(file)["modes"]]
+            self.assertEqual(modes, ["batched", "unbatched"] if name == "mixed" else ["unbatched"])
+        self.assertIn("batched mode skipped", result.stdout)
+
+    def test_failed_requests_stop_the_bench(self):
+        # The free axis defaults to 32, which the model's Reshape cannot take.
+        self.fail_with(["bench", model("fixed_reshape"), "--requests", "2", "--concurrency", "2", "--warmup", "0"],
+                       "request failed: 0xED6C0004", "Reshape", quiet=False)
+
+    def test_progress_bar_only_on_a_terminal(self):
+        controller, terminal = pty.openpty()
+        self.addCleanup(os.close, controller)
+        with open(os.devnull, "w") as devnull:
+            process = subprocess.Popen([KIVML, "bench", model("add"), "--requests", "2000", "--concurrency", "1",
+                                        "--unbatched", "--warmup", "0"], cwd=self.dir, stdout=devnull, stderr=terminal)
+        os.close(terminal)
+        drawn = b""
+        while True:
+            try:
+                chunk = os.read(controller, 4096)
+            except OSError:  # the terminal closes with the process
+                break
+            if not chunk:
+                break
+            drawn += chunk
+        self.assertEqual(process.wait(timeout=60), 0)
+        self.assertIn(b"unbatched conc 1 kivml [", drawn)
+        self.assertTrue(drawn.endswith(b"\r"), drawn[-80:])  # the line is cleared at the end
+
+    @unittest.skipUnless(shutil.which("gnuplot"), "needs gnuplot")
+    def test_plot(self):
+        self.succeed("bench", model("add"), "--requests", "4", "--concurrency", "1,2", "--warmup", "0", "--plot", "p.png")
+        with open(os.path.join(self.dir, "p.png"), "rb") as file:
+            self.assertEqual(file.read(8), b"\x89PNG\r\n\x1a\n")
+
+    def test_plot_without_gnuplot(self):
+        result = subprocess.run([KIVML, "bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched",
+                                 "--warmup", "0", "--plot", "p.png"], cwd=self.dir, capture_output=True, text=True,
+                                env={**os.environ, "PATH": self.dir}, timeout=60)
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("--plot needs gnuplot", result.stderr)
+
+    def test_dims_by_name_and_by_axis(self):
+        self.succeed("bench", model("free_hw"), "--dim", "H=5", "--dim", "image:3=7", "--unbatched", "--requests", "4",
+                     "--concurrency", "1", "--warmup", "0", "--json", "bench.json")
+        with open(os.path.join(self.dir, "bench.json")) as file:
+            image = json.load(file)["inputs"][0]
+        self.assertEqual(image["shape"], [1, 1, 5, 7])
+        self.assertEqual([(d["name"], d["size"], d["source"]) for d in image["free_dims"]],
+                         [("H", 5, "--dim H"), ("W", 7, "--dim image:3")])
+
+    def test_free_dims_default(self):
+        self.succeed("bench", model("free_hw"), "--unbatched", "--requests", "2", "--concurrency", "1", "--warmup", "0",
+                     "--json", "bench.json")
+        with open(os.path.join(self.dir, "bench.json")) as file:
+            image = json.load(file)["inputs"][0]
+        self.assertEqual(image["shape"], [1, 1, 32, 32])
+        self.assertEqual({d["source"] for d in image["free_dims"]}, {"default"})
+
+    def test_bad_dims(self):
+        args = ["bench", model("free_hw"), "--requests", "1", "--dim"]
+        self.fail_with(args + ["Q=3"], "no free dimension has that name", "H, W")
+        self.fail_with(args + ["image:1=2"], "fixes that dimension at 1")
+        self.fail_with(args + ["N=2"], "batch dimension")
+        self.fail_with(args + ["H=0"], "positive SIZE")
+
+
+class SettingsTest(ToolTestCase):
+    def test_version_help_and_usage_errors(self):
+        self.assertRegex(self.succeed("--version").stdout, r"^kivml \d+\.\d+\.\d+ \(ONNX Runtime ")
+        for command in ("info", "run", "bench"):
+            self.assertIn("--settings FILE", self.succeed(command, "--help").stdout)
+        for args in ([], ["frobnicate"], ["run"], ["bench", model("add"), "--concurrency", "0"], ["bench", model("add"), "--batched", "--both"]):
+            self.assertEqual(self.kivml(*args).returncode, 2, args)
+
+    def test_trace_goes_to_stderr(self):
+        result = self.succeed("info", model("add"), "--trace", "*=9")
+        self.assertIn("[kivmachinelearning:", result.stderr)
+        self.assertNotIn("[kivmachinelearning:", result.stdout)
+
+    def test_profile_and_settings_file(self):
+        settings = os.path.join(self.dir, "settings.txt")
+        with open(settings, "w") as file:
+            file.write("# profiled through the file\nKIVSE.ORT.ProfileModels = true\n")
+        a = self.save("a.npy", np.ones((1, 3), np.float32))
+        self.succeed("run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "--settings", settings)
+        self.assertTrue(any(name.startswith("profile_add") for name in os.listdir(self.dir)), os.listdir(self.dir))
+
+    def test_malformed_settings(self):
+        self.fail_with(["info", model("add"), "--set", "novalue"], "expected KEY=VALUE")
+        self.fail_with(["info", model("add"), "--settings", "absent.txt"], "cannot read the settings file")
+        self.fail_with(["info", model("add"), "--trace", "nonsense"], "--trace")
+
+
+if __name__ == "__main__":
+    if not (os.environ.get("KIVML_TOOL") and TEST_MODELS and TOOL_MODELS):
+        raise SystemExit("set KIVML_TOOL, KIVML_TEST_MODELS and KIVML_TOOL_MODELS")
+    unittest.main()

@@ -1,0 +1,168 @@
+#include "BenchCommand.h"
+
+#include <algorithm>
+#include <iostream>
+#include <thread>
+
+#include "CLI11Include.h"
+#include "Formatting.h"
+#include "ModelSignature.h"
+#include "ProgressBar.h"
+#include "RawOrtSession.h"
+#include "ToolError.h"
+#include "kivml/CreatePreferredEvaluator.h"
+
+namespace kivml::cli {
+
+namespace {
+
+// Seeds of the raw clients' inputs, apart from the kivml clients' (seed + client) by more than any
+// concurrency.
+constexpr uint64_t kRawSeedOffset = 1'000'003;
+// Full batches queued at once before anything is measured: until the evaluator has timed a few runs it
+// waits long for latecomers to fill a batch, which would otherwise dominate the first warm-up.
+constexpr size_t kPrimingBatches = 8;
+
+void Prime(IMLEvaluator& evaluator, const utility::FeatureContainerVector& request, size_t batchSize) {
+  std::vector<kivcore::async::Future<utility::FeatureContainerVector>> answers;
+  for (size_t i = 0; i < kPrimingBatches * batchSize; ++i) {
+    answers.push_back(evaluator.QueueFeatures(utility::FeatureContainerVector(request)));
+  }
+  for (const auto& answer : answers) {
+    answer.Wait();
+    answer.Get();
+  }
+}
+
+}  // namespace
+
+CLI::App* BenchCommand::Register(CLI::App& app) {
+  CLI::App* command = app.add_subcommand(
+      "bench", "Measure throughput and latency against raw ONNX Runtime under client load");
+  command->add_option("model", mModel, "The ONNX model")->required()->type_name("MODEL.onnx");
+  command->add_option("--requests,-n", mRequests, "Requests per measured run")
+      ->capture_default_str()
+      ->check(CLI::Range(size_t{1}, size_t{100'000'000}));
+  command->add_option("--concurrency,-c", mConcurrency, "Client thread counts, comma-separated")
+      ->delimiter(',')
+      ->capture_default_str()
+      ->check(CLI::Range(size_t{1}, size_t{4096}));
+  auto* batched = command->add_flag("--batched", mBatched, "Only the batching evaluator");
+  auto* unbatched = command->add_flag("--unbatched", mUnbatched, "Only the unbatched evaluator");
+  auto* both = command->add_flag("--both", mBoth, "Both (the default)");
+  batched->excludes(unbatched)->excludes(both);
+  unbatched->excludes(both);
+  command->add_flag("--gpu", mGpu, "Ask for evaluation on the GPU (the library falls back to the CPU)");
+  command->add_option("--dim", mDims, "Size of a free dimension, by its name in the model or as INPUT:AXIS")
+      ->type_name("NAME=SIZE");
+  command->add_option("--warmup", mWarmup, "Requests run before each measured run")->capture_default_str();
+  command->add_option("--json", mJson, "Write every number as JSON")->type_name("FILE");
+  command->add_option("--plot", mPlot, "Draw throughput and p50 latency against concurrency (gnuplot)")
+      ->type_name("FILE.png");
+  command->add_option("--seed", mSeed, "Seed of the random inputs")->capture_default_str();
+  return command;
+}
+
+BenchMode BenchCommand::RunMode(const ModelSignature& signature, const BenchInputs& inputs, bool batched,
+                                ProgressBar& progress) const {
+  BenchMode mode;
+  mode.name = batched ? "batched" : "unbatched";
+  const auto evaluator = signature.StartEvaluator(batched ? kBatchedInference : kUnbatchedInference);
+  mode.batchSize = std::max<size_t>(GetEvaluatorBatchSize(evaluator), 1);
+  RawOrtSession raw = RawOrtSession::ForInference(signature.Path(), static_cast<int64_t>(mode.batchSize));
+  Prime(*evaluator, inputs.MakeRequest(mSeed), mode.batchSize);
+
+  for (const size_t clients : mConcurrency) {
+    const ClosedLoop loop(clients, progress);
+    const std::string label = mode.name + " conc " + std::to_string(clients);
+    BenchRow row;
+    row.concurrency = clients;
+
+    std::vector<utility::FeatureContainerVector> requests;
+    for (size_t client = 0; client < clients; ++client) {
+      requests.push_back(inputs.MakeRequest(mSeed + client));
+    }
+    // The evaluator only reads a request's tensors, so every call may queue the same ones.
+    const ClosedLoop::Call queue = [&](size_t client) {
+      auto answer = evaluator->QueueFeatures(utility::FeatureContainerVector(requests[client]));
+      answer.Wait();
+      answer.Get();  // rethrows a failed request
+    };
+    if (mWarmup > 0) {
+      loop.Run(label + " kivml warm-up", mWarmup, 1, queue);
+    }
+    row.kivml = loop.Run(label + " kivml", mRequests, 1, queue);
+
+    std::vector<RawBatch> batches;
+    for (size_t client = 0; client < clients; ++client) {
+      batches.push_back(inputs.MakeRawBatch(mode.batchSize, mSeed + kRawSeedOffset + client));
+    }
+    const ClosedLoop::Call run = [&](size_t client) { raw.Run(batches[client].values); };
+    try {
+      if (mWarmup > 0) {
+        loop.Run(label + " raw warm-up", mWarmup, mode.batchSize, run);
+      }
+      row.raw = loop.Run(label + " raw", mRequests, mode.batchSize, run);
+    } catch (const Ort::Exception& exception) {
+      throw ToolError("raw ONNX Runtime failed to run the model: " + std::string(exception.what()));
+    }
+    mode.rows.push_back(std::move(row));
+  }
+  return mode;
+}
+
+int BenchCommand::Execute() const {
+  const ModelSignature signature = ModelSignature::Load(mModel, mGpu);
+  signature.RequireSupportedTypes();
+  const BenchInputs inputs(signature, mDims);
+
+  const bool wantBatched = !mUnbatched;
+  const bool wantUnbatched = !mBatched;
+  if (mBatched && !signature.SupportsBatching()) {
+    throw ToolError("--batched: the model cannot run batched (not every input has a leading free dimension)");
+  }
+
+  BenchSetup setup;
+  setup.model = mModel;
+  setup.gpuRequested = mGpu;
+  setup.requests = mRequests;
+  setup.warmup = mWarmup;
+  setup.seed = mSeed;
+  setup.hardwareThreads = std::thread::hardware_concurrency();
+  setup.inputs = inputs.Inputs();
+  setup.freeDims = inputs.FreeDims();
+  BenchReport report(std::move(setup));
+  report.PrintSetup(std::cout);
+  if (wantBatched && !signature.SupportsBatching()) {
+    std::cout << "batched mode skipped: the model cannot run batched\n";
+  }
+  std::cout.flush();
+
+  ProgressBar progress;
+  try {
+    if (wantBatched && signature.SupportsBatching()) {
+      report.AddMode(RunMode(signature, inputs, true, progress));
+    }
+    if (wantUnbatched) {
+      report.AddMode(RunMode(signature, inputs, false, progress));
+    }
+  } catch (const ToolError&) {
+    throw;
+  } catch (...) {
+    // What else escapes is a failed request; described here, while the library can still translate it.
+    throw ToolError("a request failed: " + DescribeFailure(std::current_exception()));
+  }
+  report.PrintTables(std::cout);
+  report.PrintTargets(std::cout);
+  if (!mJson.empty()) {
+    report.WriteJson(mJson);
+    std::cout << "\nwrote " << mJson << '\n';
+  }
+  if (!mPlot.empty()) {
+    report.WritePlot(mPlot);
+    std::cout << (mJson.empty() ? "\n" : "") << "wrote " << mPlot << '\n';
+  }
+  return 0;
+}
+
+}  // namespace kivml::cli

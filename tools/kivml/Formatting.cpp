@@ -1,0 +1,106 @@
+#include "Formatting.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iomanip>
+#include <sstream>
+
+#include "kivcore/config/ExceptionResult.h"
+#include "kivml/TensorFeatureTypes.h"
+
+namespace kivml::cli {
+
+namespace {
+
+struct ElementType {
+  const kivcore::utility::Guid* guid;
+  const char* name;
+  size_t size;
+};
+
+// Pointers, not copies: a copy made while this file initialises could read a library constant before
+// the library has set it (the addresses, unlike the values, are fixed by then).
+const std::array<ElementType, 5> kElementTypes{{
+    {&features::kFloat32TensorFeatureType, "float32", 4},
+    {&features::kDoubleTensorFeatureType, "float64", 8},
+    {&features::kInt32TensorFeatureType, "int32", 4},
+    {&features::kInt64TensorFeatureType, "int64", 8},
+    {&features::kBoolTensorFeatureType, "bool", 1},
+}};
+
+const ElementType* FindElementType(const kivcore::utility::Guid& guid) {
+  const auto found = std::find_if(kElementTypes.begin(), kElementTypes.end(),
+                                  [&](const ElementType& type) { return *type.guid == guid; });
+  return found == kElementTypes.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+std::string ElementTypeName(const kivcore::utility::Guid& elementType) {
+  const ElementType* type = FindElementType(elementType);
+  return type != nullptr ? type->name : "";
+}
+
+size_t ElementSize(const kivcore::utility::Guid& elementType) {
+  const ElementType* type = FindElementType(elementType);
+  return type != nullptr ? type->size : 0;
+}
+
+std::string SupportedElementTypeNames() {
+  std::string names;
+  for (const ElementType& type : kElementTypes) {
+    names += names.empty() ? "" : ", ";
+    names += type.name;
+  }
+  return names;
+}
+
+std::string FormatResultCode(int result) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "0x%08X", static_cast<unsigned>(result));
+  return text.data();
+}
+
+std::string DescribeFailure(const std::exception_ptr& failure) {
+  std::string message;
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception& exception) {
+    message = exception.what();
+  } catch (...) {
+    message = "unknown exception";
+  }
+  const std::string code = FormatResultCode(kivcore::config::ExtractResultFromException(failure));
+  return message.empty() ? code : code + ": " + message;
+}
+
+std::string FormatFixed(double value, int decimals) {
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(decimals) << value;
+  return text.str();
+}
+
+void PrintColumns(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
+                  std::string_view indent, std::string_view align) {
+  std::vector<size_t> widths;
+  for (const auto& row : rows) {
+    widths.resize(std::max(widths.size(), row.size()), 0);
+    for (size_t column = 0; column < row.size(); ++column) {
+      widths[column] = std::max(widths[column], row[column].size());
+    }
+  }
+  for (const auto& row : rows) {
+    std::string line(indent);
+    for (size_t column = 0; column < row.size(); ++column) {
+      const std::string& cell = row[column];
+      const std::string padding(widths[column] - cell.size(), ' ');
+      const bool right = column < align.size() && align[column] == 'r';
+      line += (column == 0 ? "" : "  ") + (right ? padding + cell : cell + padding);
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    out << line << '\n';
+  }
+}
+
+}  // namespace kivml::cli

@@ -1,0 +1,65 @@
+#pragma once
+// ONNX Runtime on its own, without the library: reads a model's interface as declared (with the symbolic
+// names of free dimensions, which the library's descriptions do not carry) and runs the reference that
+// `kivml bench` measures the library against. It shares the process's ONNX Runtime environment, which the
+// library's initializers create with global thread pools, so its sessions use the library's threads.
+//
+// Run may be called from several threads at once on one session, as ONNX Runtime allows.
+
+#include <onnxruntime_cxx_api.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "kivcore/utility/Guid.h"
+
+namespace kivml::cli {
+
+// One input or output as the model declares it.
+struct RawFeature {
+  std::string name;
+  ONNXTensorElementDataType elementType = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
+  std::vector<int64_t> dims;         // -1 for a free dimension
+  std::vector<std::string> symbols;  // the dimension's name; empty when it has none
+};
+
+class RawOrtSession {
+ public:
+  // For reading the interface only: the graph is loaded but not optimised.
+  static RawOrtSession ForDescription(const std::filesystem::path& model);
+  // With the options the library gives its CPU sessions, every dimension denoted DATA_BATCH fixed at
+  // `batchSize`, as in the library's session of the same batch size.
+  static RawOrtSession ForInference(const std::filesystem::path& model, int64_t batchSize);
+  // Not movable: the names handed to Run point into the features.
+  RawOrtSession(RawOrtSession&&) = delete;
+  RawOrtSession& operator=(RawOrtSession&&) = delete;
+
+  const std::vector<RawFeature>& Inputs() const { return mInputs; }
+  const std::vector<RawFeature>& Outputs() const { return mOutputs; }
+
+  // Runs the model on one value per input, in Inputs() order; the outputs are dropped.
+  void Run(const std::vector<Ort::Value>& inputs);
+
+  // A CPU tensor over `data`, which must outlive the value.
+  static Ort::Value WrapTensor(void* data, size_t bytes, const std::vector<int64_t>& shape,
+                               ONNXTensorElementDataType type);
+  // ONNX Runtime's element type for one of the library's; UNDEFINED for anything else.
+  static ONNXTensorElementDataType ToOnnxElementType(const kivcore::utility::Guid& elementType);
+  // The NumPy-style name of an ONNX element type ("float16"), for types the library cannot carry.
+  static std::string OnnxElementTypeName(ONNXTensorElementDataType type);
+
+ private:
+  RawOrtSession(const std::filesystem::path& model, const Ort::SessionOptions& options);
+  static Ort::Env SharedEnvironment();
+
+  Ort::Env mEnvironment;  // a reference on the process's environment, held while the session lives
+  Ort::Session mSession;
+  std::vector<RawFeature> mInputs;
+  std::vector<RawFeature> mOutputs;
+  std::vector<const char*> mInputNames;  // into mInputs, for Run
+  std::vector<const char*> mOutputNames;
+};
+
+}  // namespace kivml::cli

@@ -1,0 +1,29 @@
+#pragma once
+// The library settings every command takes: debug-database entries (--set, --settings), model profiling
+// (--profile) and tracing (--trace). They must be applied before the library initialises and before any
+// model is made, since the library reads some of them only then.
+
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace kivml::cli {
+
+class Settings {
+ public:
+  // Registers the options on one (sub)command; every command shares this object.
+  void AddOptions(CLI::App& command);
+  // Throws ToolError for a malformed entry, an unreadable settings file or trace text without entries.
+  void Apply() const;
+
+ private:
+  std::vector<std::string> mEntries;  // "KEY=VALUE"
+  std::string mFile;
+  std::string mTrace;
+  bool mProfile = false;
+};
+
+}  // namespace kivml::cli
