@@ -1,17 +1,22 @@
 #include "LocalEvaluator.h"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
 #include <string>
+#include <string_view>
+#include <thread>
 #include <utility>
 
 #include "gpu/AvailableVideoMemory.h"
 #include "kivcore/config/ExceptionResult.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/debug/Assert.h"
+#include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/ProfileRegion.h"
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
+#include "kivcore/string/StringConversions.h"
 #include "kivcore/threads/ScopedLock.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
@@ -36,6 +41,24 @@ struct LoadCompletion {
 // The worker's statistics. Each evaluator has a worker thread of its own, so this is per evaluator. The
 // factors stay 0: the estimate is the first measured batch time.
 thread_local EvaluatorStatistician tWorkerStatistician;
+
+// Read once per evaluator, when its worker starts; a value that is not a whole number keeps the default.
+std::chrono::microseconds ReadIdleSpin() {
+  const auto& database = kivcore::debug::DebugDatabase::Instance();
+  constexpr std::string_view kKey("kivml.IdleSpinMicroseconds");
+  if (!database.HasEntry(kKey)) {
+    return LocalEvaluator::kDefaultIdleSpin;
+  }
+  const std::string entry = database.GetEntry(kKey);
+  const std::string_view text = kivcore::string::TrimBlanks(entry);
+  uint32_t microseconds = 0;
+  const char* const end = text.data() + text.size();
+  const auto [last, error] = std::from_chars(text.data(), end, microseconds);
+  if (error != std::errc() || last != end) {
+    return LocalEvaluator::kDefaultIdleSpin;
+  }
+  return std::chrono::microseconds(microseconds);
+}
 
 }  // namespace
 
@@ -145,13 +168,14 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   const std::weak_ptr<LocalEvaluator> weakSelf =
       std::dynamic_pointer_cast<LocalEvaluator>(GetSharedFromThis());
   const bool batched = GetShouldUseBatching();
+  const std::chrono::microseconds idleSpin = ReadIdleSpin();
   auto trigger = kivcore::threads::QueueOnlyOnce::Create(
-      [weakSelf, batched] {
+      [weakSelf, batched, idleSpin] {
         if (const auto self = weakSelf.lock()) {
           if (batched) {
             self->ProcessQueueThroughModelBatched();
           } else {
-            self->ProcessQueueThroughModel();
+            self->ProcessQueueThroughModel(idleSpin);
           }
         }
       },
@@ -199,9 +223,26 @@ void LocalEvaluator::QueueExecutor() {
   }
 }
 
-void LocalEvaluator::ProcessQueueThroughModel() {
+LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(std::chrono::microseconds idleSpin) {
+  RequestQueue requests = PopUnlessPaused();
+  if (!requests.empty() || idleSpin.count() == 0) {
+    return requests;
+  }
+  // Watches the gate, one atomic load, rather than the queue's lock, so producers are not held up. Yields
+  // between looks: on a machine with fewer cores than busy threads the producer needs this one.
+  const auto until = std::chrono::steady_clock::now() + idleSpin;
+  while (!GetGate().IsOpen()) {
+    if (std::chrono::steady_clock::now() >= until) {
+      return requests;
+    }
+    std::this_thread::yield();
+  }
+  return PopUnlessPaused();  // empty if paused meanwhile: Resume triggers the loop again
+}
+
+void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin) {
   static kivcore::debug::ProfileRegion predictRegion("kivmachinelearning.LocalEvaluator Predict");
-  for (RequestQueue requests = PopUnlessPaused(); !requests.empty(); requests = PopUnlessPaused()) {
+  for (RequestQueue requests = PopUnlessPaused(); !requests.empty(); requests = PopAfterIdleSpin(idleSpin)) {
     for (auto& request : requests) {
       if (request.mPromise.IsAbandoned()) {
         continue;  // nobody waits for the answer

@@ -40,6 +40,11 @@ class LocalEvaluator : public BaseMLEvaluator {
   static constexpr std::chrono::milliseconds kMaxFillWait{1500};
   // Wait per missing row while no prediction times are known.
   static constexpr std::chrono::milliseconds kFillWaitPerMissingRow{250};
+  // How long the single loop keeps watching an empty queue before its worker sleeps, unless the
+  // debug-database key "kivml.IdleSpinMicroseconds" says otherwise (0: sleep at once). A host that queues
+  // its next request as soon as an answer arrives then skips a thread wake-up, which costs tens of
+  // microseconds on small and virtual machines.
+  static constexpr std::chrono::microseconds kDefaultIdleSpin{200};
 
   ~LocalEvaluator() override;
 
@@ -91,8 +96,10 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Takes the queued requests, or none while the worker is paused, so that Pause also stops a processing
   // loop that is already running (under steady load it would never end).
   RequestQueue PopUnlessPaused();
-  // The single loop: predicts each queued request on its own until the queue is empty.
-  void ProcessQueueThroughModel();
+  // PopUnlessPaused, and if that finds the queue empty, watches it for `idleSpin` before giving up.
+  RequestQueue PopAfterIdleSpin(std::chrono::microseconds idleSpin);
+  // The single loop: predicts each queued request on its own until the queue stays empty for `idleSpin`.
+  void ProcessQueueThroughModel(std::chrono::microseconds idleSpin);
   // The batched loop: fills, predicts and answers batches until the queue is empty.
   void ProcessQueueThroughModelBatched();
   // Fills `container` from `pending` and the queue, waiting for latecomers when the backend wants full
