@@ -247,7 +247,7 @@ class BenchTest(ToolTestCase):
                 break
             drawn += chunk
         self.assertEqual(process.wait(timeout=60), 0)
-        self.assertIn(b"unbatched conc 1 kivml [", drawn)
+        self.assertIn(b"unbatched conc 1 kivml 1/4 [", drawn)
         self.assertTrue(drawn.endswith(b"\r"), drawn[-80:])  # the line is cleared at the end
 
     @unittest.skipUnless(shutil.which("gnuplot"), "needs gnuplot")

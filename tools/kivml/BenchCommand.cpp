@@ -22,6 +22,9 @@ constexpr uint64_t kRawSeedOffset = 1'000'003;
 // Full batches queued at once before anything is measured: until the evaluator has timed a few runs it
 // waits long for latecomers to fill a batch, which would otherwise dominate the first warm-up.
 constexpr size_t kPrimingBatches = 8;
+// The measured requests of each side are split into this many rounds, kivml and raw taking turns, so that
+// a machine whose speed drifts during the run (shared, throttled) slows both sides alike.
+constexpr size_t kRounds = 4;
 
 void Prime(IMLEvaluator& evaluator, const utility::FeatureContainerVector& request, size_t batchSize) {
   std::vector<kivcore::async::Future<utility::FeatureContainerVector>> answers;
@@ -88,11 +91,6 @@ BenchMode BenchCommand::RunMode(const ModelSignature& signature, const BenchInpu
       answer.Wait();
       answer.Get();  // rethrows a failed request
     };
-    if (mWarmup > 0) {
-      loop.Run(label + " kivml warm-up", mWarmup, 1, queue);
-    }
-    row.kivml = loop.Run(label + " kivml", mRequests, 1, queue);
-
     std::vector<RawBatch> batches;
     for (size_t client = 0; client < clients; ++client) {
       batches.push_back(inputs.MakeRawBatch(mode.batchSize, mSeed + kRawSeedOffset + client));
@@ -100,9 +98,18 @@ BenchMode BenchCommand::RunMode(const ModelSignature& signature, const BenchInpu
     const ClosedLoop::Call run = [&](size_t client) { raw.Run(batches[client].values); };
     try {
       if (mWarmup > 0) {
+        loop.Run(label + " kivml warm-up", mWarmup, 1, queue);
         loop.Run(label + " raw warm-up", mWarmup, mode.batchSize, run);
       }
-      row.raw = loop.Run(label + " raw", mRequests, mode.batchSize, run);
+      for (size_t round = 0; round < kRounds; ++round) {
+        const size_t share = mRequests / kRounds + (round < mRequests % kRounds ? 1 : 0);
+        if (share == 0) {
+          continue;
+        }
+        const std::string of = " " + std::to_string(round + 1) + "/" + std::to_string(kRounds);
+        row.kivml.Append(loop.Run(label + " kivml" + of, share, 1, queue));
+        row.raw.Append(loop.Run(label + " raw" + of, share, mode.batchSize, run));
+      }
     } catch (const Ort::Exception& exception) {
       throw ToolError("raw ONNX Runtime failed to run the model: " + std::string(exception.what()));
     }

@@ -19,6 +19,14 @@ struct LoopResult {
   double wallSeconds = 0.0;
   LatencyStats latency;  // per call
 
+  // Adds a later run of the same load, as if the two had run back to back.
+  void Append(const LoopResult& more) {
+    requests += more.requests;
+    calls += more.calls;
+    wallSeconds += more.wallSeconds;
+    latency = latency.MergedWith(more.latency);
+  }
+
   double RequestsPerSecond() const {
     return wallSeconds > 0.0 ? static_cast<double>(requests) / wallSeconds : 0.0;
   }

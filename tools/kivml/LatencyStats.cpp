@@ -24,4 +24,10 @@ double LatencyStats::PercentileMs(double percent) const {
   return mSorted[index] * 1e3;
 }
 
+LatencyStats LatencyStats::MergedWith(const LatencyStats& other) const {
+  std::vector<double> seconds(mSorted);
+  seconds.insert(seconds.end(), other.mSorted.begin(), other.mSorted.end());
+  return LatencyStats(std::move(seconds));
+}
+
 }  // namespace kivml::cli

@@ -16,6 +16,8 @@ class LatencyStats {
   // The nearest-rank percentile: the smallest latency that at least `percent`% of the samples do not
   // exceed; 0 without samples.
   double PercentileMs(double percent) const;
+  // These samples and `other`'s together.
+  LatencyStats MergedWith(const LatencyStats& other) const;
 
  private:
   std::vector<double> mSorted;  // seconds, ascending
