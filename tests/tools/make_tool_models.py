@@ -8,25 +8,12 @@ that length is 3."""
 import os
 import sys
 
-import onnx
 from onnx import TensorProto, helper
 
-
-def tensor(name, elem_type, dims, batch=False):
-    info = helper.make_tensor_value_info(name, elem_type, dims)
-    if batch:
-        first = info.type.tensor_type.shape.dim[0]
-        first.dim_param = "N"
-        first.denotation = "DATA_BATCH"
-    return info
-
-
-def save(folder, name, nodes, inputs, outputs):
-    model = helper.make_model(helper.make_graph(nodes, name, inputs, outputs),
-                              opset_imports=[helper.make_opsetid("", 13)])
-    model.ir_version = 8
-    onnx.checker.check_model(model)
-    onnx.save(model, os.path.join(folder, name + ".onnx"))
+# The library's test models share their helpers; importing them must leave no cache in the source tree.
+sys.dont_write_bytecode = True
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "models"))
+from make_test_models import save, tensor  # noqa: E402
 
 
 def main(folder):
