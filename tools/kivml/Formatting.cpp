@@ -8,6 +8,7 @@
 
 #include "kivcore/config/ExceptionResult.h"
 #include "kivml/TensorFeatureTypes.h"
+#include "kivml/utility/TensorLayout.h"
 
 namespace kivml::cli {
 
@@ -16,17 +17,16 @@ namespace {
 struct ElementType {
   const kivcore::utility::Guid* guid;
   const char* name;
-  size_t size;
 };
 
 // Pointers, not copies: a copy made while this file initialises could read a library constant before
 // the library has set it (the addresses, unlike the values, are fixed by then).
 const std::array<ElementType, 5> kElementTypes{{
-    {&features::kFloat32TensorFeatureType, "float32", 4},
-    {&features::kDoubleTensorFeatureType, "float64", 8},
-    {&features::kInt32TensorFeatureType, "int32", 4},
-    {&features::kInt64TensorFeatureType, "int64", 8},
-    {&features::kBoolTensorFeatureType, "bool", 1},
+    {&features::kFloat32TensorFeatureType, "float32"},
+    {&features::kDoubleTensorFeatureType, "float64"},
+    {&features::kInt32TensorFeatureType, "int32"},
+    {&features::kInt64TensorFeatureType, "int64"},
+    {&features::kBoolTensorFeatureType, "bool"},
 }};
 
 const ElementType* FindElementType(const kivcore::utility::Guid& guid) {
@@ -43,8 +43,7 @@ std::string ElementTypeName(const kivcore::utility::Guid& elementType) {
 }
 
 size_t ElementSize(const kivcore::utility::Guid& elementType) {
-  const ElementType* type = FindElementType(elementType);
-  return type != nullptr ? type->size : 0;
+  return static_cast<size_t>(utility::GetTensorDataTypeSize(elementType));
 }
 
 std::string SupportedElementTypeNames() {
