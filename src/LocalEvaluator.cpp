@@ -1,10 +1,10 @@
 #include "LocalEvaluator.h"
 
 #include <algorithm>
-#include <charconv>
 #include <exception>
+#include <limits>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -12,16 +12,15 @@
 #include "kivcore/config/ExceptionResult.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/debug/Assert.h"
-#include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/ProfileRegion.h"
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
-#include "kivcore/string/StringConversions.h"
 #include "kivcore/threads/ScopedLock.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
 #include "utility/CalculateOptimalBatchSize.h"
 #include "utility/TraceCategory.h"
+#include "utility/WholeNumberSetting.h"
 
 namespace kivml {
 
@@ -44,20 +43,11 @@ thread_local EvaluatorStatistician tWorkerStatistician;
 
 // Read once per evaluator, when its worker starts; a value that is not a whole number keeps the default.
 std::chrono::microseconds ReadIdleSpin() {
-  const auto& database = kivcore::debug::DebugDatabase::Instance();
-  constexpr std::string_view kKey("kivml.IdleSpinMicroseconds");
-  if (!database.HasEntry(kKey)) {
+  const std::optional<uint64_t> microseconds = utility::ReadWholeNumberSetting("kivml.IdleSpinMicroseconds");
+  if (!microseconds || *microseconds > std::numeric_limits<uint32_t>::max()) {
     return LocalEvaluator::kDefaultIdleSpin;
   }
-  const std::string entry = database.GetEntry(kKey);
-  const std::string_view text = kivcore::string::TrimBlanks(entry);
-  uint32_t microseconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto [last, error] = std::from_chars(text.data(), end, microseconds);
-  if (error != std::errc() || last != end) {
-    return LocalEvaluator::kDefaultIdleSpin;
-  }
-  return std::chrono::microseconds(microseconds);
+  return std::chrono::microseconds(*microseconds);
 }
 
 }  // namespace

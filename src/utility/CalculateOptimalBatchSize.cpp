@@ -1,16 +1,14 @@
 #include "utility/CalculateOptimalBatchSize.h"
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
 #include <mutex>
-#include <string>
-#include <string_view>
+#include <optional>
 
 #include "kivcore/debug/DebugDatabase.h"
-#include "kivcore/string/StringConversions.h"
 #include "kivml/ITensorFeatureDescription.h"
 #include "kivml/utility/TensorLayout.h"
+#include "utility/WholeNumberSetting.h"
 
 namespace kivml::utility {
 
@@ -19,16 +17,6 @@ namespace {
 constexpr uint64_t kDefaultMultiplier = 16;
 constexpr uint64_t kRowGranule = 8;
 constexpr const char* kMultiplierKey = "kivml.BatchSizeMultiplier";
-
-uint64_t ParseMultiplier(std::string_view text) {
-  uint64_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [last, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || last != end || value == 0) {
-    return kDefaultMultiplier;
-  }
-  return value;
-}
 
 }  // namespace
 
@@ -42,10 +30,8 @@ uint64_t GetBatchSizeMultiplier() {
   // Read the count first: a change racing with the read below then only causes one more read later.
   const uint64_t changeCount = database.GetChangeCount();
   if (changeCount != cachedChangeCount) {
-    const std::string_view key(kMultiplierKey);
-    cachedMultiplier = database.HasEntry(key)
-                           ? ParseMultiplier(kivcore::string::TrimBlanks(database.GetEntry(key)))
-                           : kDefaultMultiplier;
+    const std::optional<uint64_t> multiplier = ReadWholeNumberSetting(kMultiplierKey);
+    cachedMultiplier = multiplier && *multiplier != 0 ? *multiplier : kDefaultMultiplier;
     cachedChangeCount = changeCount;
   }
   return cachedMultiplier;
