@@ -138,30 +138,14 @@ void Kivml(benchmark::State& state, kivml::IMLEvaluator& evaluator) {
   }
   const kivml::utility::FeatureContainerVector& request = gFixture->mRequest;
   std::vector<Pending> window(kWindowPerProducer);
-  size_t next = 0;  // the slot to fill next; once the window is full, it holds the oldest request
   double latencySumMs = 0;
-  benchmark::IterationCount left = state.max_iterations;
-  for (auto _ : state) {
-    Pending& slot = window[next];
-    if (slot.mFuture.IsValid() && !Collect(slot, latencySumMs)) {
-      state.SkipWithError("a request failed");
-      gProducers.FinishTogether(state, false);
-      break;
-    }
-    slot.mQueued = Clock::now();
-    slot.mFuture = evaluator.QueueFeatures(kivml::utility::FeatureContainerVector(request));
-    next = (next + 1) % kWindowPerProducer;
-    if (--left == 0) {
-      // Waiting for the whole window here answers every counted request within the timed loop.
-      const bool answered = std::all_of(window.begin(), window.end(), [&latencySumMs](Pending& pending) {
-        return !pending.mFuture.IsValid() || Collect(pending, latencySumMs);
+  kivml::benchmarks::RunProducerWindow(
+      state, gProducers, window, [](const Pending& slot) { return slot.mFuture.IsValid(); },
+      [&latencySumMs](Pending& slot) { return Collect(slot, latencySumMs); },
+      [&evaluator, &request](Pending& slot) {
+        slot.mQueued = Clock::now();
+        slot.mFuture = evaluator.QueueFeatures(kivml::utility::FeatureContainerVector(request));
       });
-      gProducers.FinishTogether(state, true);
-      if (!answered) {
-        state.SkipWithError("a request failed");
-      }
-    }
-  }
   SetCounters(state, 1, latencySumMs);
 }
 

@@ -104,29 +104,12 @@ void Pipeline(benchmark::State& state) {
   // counts about the same batches.
   const uint64_t batchesBefore = configuration.mBatches->load();
   std::vector<RequestFuture> window(kWindowPerProducer);
-  size_t next = 0;  // the slot to fill next; once the window is full, it holds the oldest request
   int32_t value = 0;
-  benchmark::IterationCount left = state.max_iterations;
-  for (auto _ : state) {
-    RequestFuture& slot = window[next];
-    if (slot.IsValid() && !Collect(slot)) {
-      state.SkipWithError("a request failed");
-      gProducers.FinishTogether(state, false);
-      break;
-    }
-    slot = evaluator.QueueFeatures(kivml::testing::MakeRequest(value++));
-    next = (next + 1) % kWindowPerProducer;
-    if (--left == 0) {
-      // Waiting for the whole window here answers every counted request within the timed loop.
-      const bool answered = std::all_of(window.begin(), window.end(), [](RequestFuture& pending) {
-        return !pending.IsValid() || Collect(pending);
+  kivml::benchmarks::RunProducerWindow(
+      state, gProducers, window, [](const RequestFuture& slot) { return slot.IsValid(); }, Collect,
+      [&evaluator, &value](RequestFuture& slot) {
+        slot = evaluator.QueueFeatures(kivml::testing::MakeRequest(value++));
       });
-      gProducers.FinishTogether(state, true);
-      if (!answered) {
-        state.SkipWithError("a request failed");
-      }
-    }
-  }
   const uint64_t batches = configuration.mBatches->load() - batchesBefore;
   state.SetItemsProcessed(state.iterations());
   state.counters["per_request"] = benchmark::Counter(
