@@ -26,6 +26,15 @@ packages=(
   libcli11-dev
   nlohmann-json3-dev
   gnuplot-nox
+  libvulkan-dev
+  libvkd3d-dev
+  vulkan-tools
+)
+
+# Packages whose bookworm version is too old: Dawn (ONNX Runtime's WebGPU provider) needs lavapipe from
+# Mesa 25, which bookworm has only in its backports suite.
+declare -A backports_minimum=(
+  [mesa-vulkan-drivers]=25
 )
 
 # A package also counts as present when this command is on PATH: a Node.js installed from elsewhere ships
@@ -41,6 +50,45 @@ is_installed() {
   [[ "$status" == *" ok installed" ]]
 }
 
+sudo_cmd=()
+need_root() {
+  if [[ "$(id -u)" -ne 0 ]]; then
+    if ! command -v sudo >/dev/null 2>&1; then
+      echo "bootstrap: need root (or sudo) to install: $*" >&2
+      exit 1
+    fi
+    sudo_cmd=(sudo)
+  fi
+}
+
+# Adds bookworm-backports by copying the machine's own entry for bookworm (its mirror, components and
+# signing key), so no registry host is named here.
+add_backports_suite() {
+  if apt-cache policy 2>/dev/null | grep -q 'bookworm-backports/'; then
+    return
+  fi
+  local entry=""
+  local file
+  for file in /etc/apt/sources.list.d/*.sources; do
+    [[ -f "$file" ]] || continue
+    entry="$(awk -v RS= '/(^|\n)Suites:([^\n]* )?bookworm( |\n|$)/ { print; exit }' "$file")"
+    [[ -n "$entry" ]] && break
+  done
+  if [[ -n "$entry" ]]; then
+    printf '%s\n' "$entry" | grep -v '^#' | sed -E 's/^Suites:.*/Suites: bookworm-backports/' |
+      "${sudo_cmd[@]}" tee /etc/apt/sources.list.d/kivml-bookworm-backports.sources >/dev/null
+    return
+  fi
+  entry="$(grep -h -E '^deb (\[[^]]*\] )?[^ ]+ bookworm ' /etc/apt/sources.list /etc/apt/sources.list.d/*.list \
+    2>/dev/null | head -n 1 || true)"
+  if [[ -z "$entry" ]]; then
+    echo "bootstrap: no apt source entry for bookworm to derive bookworm-backports from" >&2
+    exit 1
+  fi
+  printf '%s\n' "$entry" | sed -E 's/ bookworm / bookworm-backports /' |
+    "${sudo_cmd[@]}" tee /etc/apt/sources.list.d/kivml-bookworm-backports.list >/dev/null
+}
+
 missing=()
 for package in "${packages[@]}"; do
   if is_installed "$package"; then
@@ -53,20 +101,30 @@ for package in "${packages[@]}"; do
   missing+=("$package")
 done
 
-if ((${#missing[@]} > 0)); then
-  echo "bootstrap: installing ${missing[*]}"
-  sudo_cmd=()
-  if [[ "$(id -u)" -ne 0 ]]; then
-    if ! command -v sudo >/dev/null 2>&1; then
-      echo "bootstrap: need root (or sudo) to install: ${missing[*]}" >&2
-      exit 1
-    fi
-    sudo_cmd=(sudo)
+missing_backports=()
+for package in "${!backports_minimum[@]}"; do
+  version="$(dpkg-query -W -f='${Version}' "$package" 2>/dev/null || true)"
+  if is_installed "$package" && dpkg --compare-versions "$version" ge "${backports_minimum[$package]}"; then
+    continue
   fi
-  export DEBIAN_FRONTEND=noninteractive
+  missing_backports+=("$package")
+done
+
+if ((${#missing[@]} + ${#missing_backports[@]} > 0)); then
+  echo "bootstrap: installing ${missing[*]} ${missing_backports[*]}"
+  need_root "${missing[@]}" "${missing_backports[@]}"
+  if ((${#missing_backports[@]} > 0)); then
+    add_backports_suite
+  fi
   "${sudo_cmd[@]}" apt-get update
-  "${sudo_cmd[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y --no-install-recommends "${missing[@]}"
+  if ((${#missing[@]} > 0)); then
+    "${sudo_cmd[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -y --no-install-recommends "${missing[@]}"
+  fi
+  if ((${#missing_backports[@]} > 0)); then
+    "${sudo_cmd[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -y --no-install-recommends -t bookworm-backports "${missing_backports[@]}"
+  fi
 fi
 
 "$root/scripts/fetch_onnxruntime.sh"
