@@ -13,9 +13,9 @@ if(NOT WIN32 AND NOT APPLE)
   set_target_properties(kivcore kivmachinelearning PROPERTIES INSTALL_RPATH "$ORIGIN")
 endif()
 
-# kiv_install_package(<package> <target> <source-include-dir> <generated-include-dir>)
+# kiv_install_package(<package> <target> <source-include-dir> <generated-include-dir> [<more targets>...])
 function(kiv_install_package package target source_include generated_include)
-  install(TARGETS ${target} EXPORT ${package}Targets
+  install(TARGETS ${target} ${ARGN} EXPORT ${package}Targets
     RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
@@ -38,7 +38,7 @@ endfunction()
 kiv_install_package(kivcore kivcore
   "${PROJECT_SOURCE_DIR}/kivcore/include/kivcore" "${PROJECT_BINARY_DIR}/kivcore/include/kivcore")
 kiv_install_package(kivml kivmachinelearning
-  "${PROJECT_SOURCE_DIR}/include/kivml" "${PROJECT_BINARY_DIR}/include/kivml")
+  "${PROJECT_SOURCE_DIR}/include/kivml" "${PROJECT_BINARY_DIR}/include/kivml" kiv_graphics)
 
 if(KIV_ONNXRUNTIME_RUNTIME_FILES)
   set(_kiv_ort_permissions OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
