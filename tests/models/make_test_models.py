@@ -4,8 +4,9 @@
 import os
 import sys
 
+import numpy
 import onnx
-from onnx import TensorProto, helper
+from onnx import TensorProto, helper, numpy_helper
 
 
 def tensor(name, elem_type, dims, batch=False):
@@ -53,6 +54,31 @@ def main(folder):
          [tensor("x", TensorProto.FLOAT, ["L"])], [tensor("y", TensorProto.FLOAT, [2, 3])])
     save(folder, "half", [helper.make_node("Identity", ["x"], ["y"])],
          [tensor("x", TensorProto.FLOAT16, [1, 2])], [tensor("y", TensorProto.FLOAT16, [1, 2])])
+    save_classifier(folder)
+
+
+def save_classifier(folder):
+    """A small image classifier with real arithmetic (convolution, matrix product, softmax), so that a GPU
+    provider's results can be compared with the CPU's. Fixed weights keep the model identical across builds."""
+    rng = numpy.random.default_rng(7)
+
+    def weights(name, *shape):
+        return numpy_helper.from_array(rng.standard_normal(shape).astype(numpy.float32) * 0.2, name)
+
+    graph = helper.make_graph(
+        [helper.make_node("Conv", ["image", "conv_w", "conv_b"], ["conv"], pads=[1, 1, 1, 1]),
+         helper.make_node("Relu", ["conv"], ["relu"]),
+         helper.make_node("Flatten", ["relu"], ["flat"], axis=1),
+         helper.make_node("Gemm", ["flat", "fc_w", "fc_b"], ["logits"]),
+         helper.make_node("Softmax", ["logits"], ["probs"], axis=1)],
+        "conv",
+        [tensor("image", TensorProto.FLOAT, ["N", 3, 8, 8], True)],
+        [tensor("probs", TensorProto.FLOAT, ["N", 5], True)],
+        [weights("conv_w", 4, 3, 3, 3), weights("conv_b", 4), weights("fc_w", 256, 5), weights("fc_b", 5)])
+    model = helper.make_model(graph, opset_imports=[helper.make_opsetid("", 13)])
+    model.ir_version = 8
+    onnx.checker.check_model(model)
+    onnx.save(model, os.path.join(folder, "conv.onnx"))
 
 
 if __name__ == "__main__":

@@ -222,27 +222,6 @@ TEST_F(ORTEvaluatorTest, NoEvaluatorClassGivesTheFactoryCode) {
   EXPECT_EQ(MessageOf(future), "");
 }
 
-TEST_F(ORTEvaluatorTest, GpuRequestFallsBackToTheCpu) {
-  std::vector<std::string> traces;
-  std::mutex mutex;
-  kivcore::debug::SetTraceLevel("kivmachinelearning", 7);
-  kivcore::debug::SetTraceSink([&](int, const std::string& category, const std::string& message) {
-    std::lock_guard lock(mutex);
-    if (category == "kivmachinelearning") {
-      traces.push_back(message);
-    }
-  });
-  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add"), true), kUnbatchedInference);
-  kivcore::debug::SetTraceSink(nullptr);
-  kivcore::debug::SetTraceLevel("kivmachinelearning", -1);
-  ASSERT_TRUE(evaluator);
-  auto future = evaluator->QueueFeatures(AddRequest(1.0F, 2.0F));
-  ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
-  EXPECT_EQ(ValuesOf<float>(future.Get(), "output1"), std::vector<float>({3.0F, 3.0F, 3.0F}));
-  std::lock_guard lock(mutex);
-  EXPECT_NE(std::find(traces.begin(), traces.end(), "Falling back to CPU ORT evaluation"), traces.end());
-}
-
 TEST_F(ORTEvaluatorTest, ReadsCustomMetadata) {
   const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add_metadata")), kUnbatchedInference);
   ASSERT_TRUE(evaluator);

@@ -1,0 +1,55 @@
+#pragma once
+// A Direct3D 12 device for tests, on whatever adapter the machine has: CI machines only have a software
+// rasterizer (lavapipe), which the library itself never picks, so the tests accept it explicitly.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "gpu/AdapterSelection.h"
+#include "kivml/gpu/D3D12.h"
+
+namespace kivml::gpu::test {
+
+// Accepts software adapters for the lifetime of the object.
+class SoftwareAdaptersAccepted {
+ public:
+  SoftwareAdaptersAccepted() { SetSoftwareAdaptersAcceptedForTesting(true); }
+  ~SoftwareAdaptersAccepted() { SetSoftwareAdaptersAcceptedForTesting(false); }
+  SoftwareAdaptersAccepted(const SoftwareAdaptersAccepted&) = delete;
+  SoftwareAdaptersAccepted& operator=(const SoftwareAdaptersAccepted&) = delete;
+};
+
+// The name of the adapter tests would run on, or empty when the machine has no Vulkan device at all.
+inline std::string TestAdapterName() {
+  SoftwareAdaptersAccepted accept;
+  const SelectedAdapter selected = SelectPlatformAdapter();
+  return selected.mAdapter ? selected.mDescription.mName : std::string();
+}
+
+// Null when there is no adapter; the caller skips then.
+inline ComPtr<ID3D12Device> CreateTestDevice() {
+  SoftwareAdaptersAccepted accept;
+  const SelectedAdapter selected = SelectPlatformAdapter();
+  return selected.mAdapter ? selected.mAdapter->CreateD3D12Device() : nullptr;
+}
+
+// CI sets KIV_TESTS_REQUIRE_ADAPTER=1 so that a broken driver install fails the run instead of
+// skipping every GPU test.
+inline bool AdapterRequired() {
+  const char* value = std::getenv("KIV_TESTS_REQUIRE_ADAPTER");
+  return value != nullptr && std::string(value) == "1";
+}
+
+}  // namespace kivml::gpu::test
+
+// Skips the current test, with the reason, on a machine without any Vulkan device (fails instead where
+// an adapter is required). `present` is a device, or any other test of there being an adapter.
+#define KIV_REQUIRE_TEST_DEVICE(present)                                           \
+  if (!(present)) {                                                                \
+    if (::kivml::gpu::test::AdapterRequired()) {                                   \
+      FAIL() << "no GPU adapter on this machine, and KIV_TESTS_REQUIRE_ADAPTER=1"; \
+    }                                                                              \
+    GTEST_SKIP() << "no GPU adapter on this machine (not even a software one)";    \
+  }

@@ -1,0 +1,156 @@
+// Models that ask for the GPU. CI machines have only a software rasterizer, which the library never
+// chooses by itself: there a GPU model falls back to the CPU, and with software adapters accepted the
+// whole GPU branch runs for real and must agree with the CPU.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "gpu/GpuTestSupport.h"
+#include "kivcore/debug/Trace.h"
+#include "onnxruntime/OrtTestSupport.h"
+
+namespace kivml::testing {
+namespace {
+
+using kivcore::classref::InterfaceRef;
+using Future = kivcore::async::Future<utility::FeatureContainerVector>;
+
+// The library's trace lines for the lifetime of the object.
+class TraceRecorder {
+ public:
+  TraceRecorder() {
+    kivcore::debug::SetTraceLevel("kivmachinelearning", 7);
+    kivcore::debug::SetTraceSink([this](int, const std::string& category, const std::string& message) {
+      std::lock_guard lock(mMutex);
+      if (category == "kivmachinelearning") {
+        mLines.push_back(message);
+      }
+    });
+  }
+  ~TraceRecorder() {
+    kivcore::debug::SetTraceSink(nullptr);
+    kivcore::debug::SetTraceLevel("kivmachinelearning", -1);
+  }
+  TraceRecorder(const TraceRecorder&) = delete;
+  TraceRecorder& operator=(const TraceRecorder&) = delete;
+
+  bool Contains(const std::string& line) {
+    std::lock_guard lock(mMutex);
+    return std::find(mLines.begin(), mLines.end(), line) != mLines.end();
+  }
+
+ private:
+  std::mutex mMutex;
+  std::vector<std::string> mLines;
+};
+
+std::vector<float> RandomImage(std::mt19937& random) {
+  std::uniform_real_distribution<float> value(-1.0F, 1.0F);
+  std::vector<float> image(3 * 8 * 8);
+  std::generate(image.begin(), image.end(), [&] { return value(random); });
+  return image;
+}
+
+// Class probabilities of every image, one request each, all queued before any is awaited.
+std::vector<std::vector<float>> Classify(const InterfaceRef<IMLEvaluator>& evaluator,
+                                         const std::vector<std::vector<float>>& images) {
+  std::vector<Future> futures;
+  for (const auto& image : images) {
+    futures.push_back(
+        evaluator->QueueFeatures(MakeInputs({{"image", MakeTensor<float>({1, 3, 8, 8}, image)}})));
+  }
+  std::vector<std::vector<float>> probabilities;
+  for (auto& future : futures) {
+    EXPECT_EQ(ResultOf(future), 0) << MessageOf(future);
+    probabilities.push_back(future.HasValue() ? ValuesOf<float>(future.Get(), "probs")
+                                              : std::vector<float>());
+  }
+  return probabilities;
+}
+
+void ExpectClose(const std::vector<std::vector<float>>& gpu, const std::vector<std::vector<float>>& cpu) {
+  ASSERT_EQ(gpu.size(), cpu.size());
+  for (size_t row = 0; row < gpu.size(); ++row) {
+    ASSERT_EQ(gpu[row].size(), 5U) << "row " << row;
+    ASSERT_EQ(cpu[row].size(), 5U) << "row " << row;
+    for (size_t k = 0; k < 5; ++k) {
+      EXPECT_NEAR(gpu[row][k], cpu[row][k], 1e-4F) << "row " << row << ", class " << k;
+    }
+  }
+}
+
+class GpuEvaluatorTest : public OrtTest {
+ protected:
+  void SetUp() override {
+    mAdapterName = gpu::test::TestAdapterName();
+    mRandom.seed(11);
+  }
+
+  std::string mAdapterName;
+  std::mt19937 mRandom;
+};
+
+TEST_F(GpuEvaluatorTest, FallsBackToTheCpuWithoutAHardwareAdapter) {
+  const gpu::SelectedAdapter hardware = gpu::SelectPlatformAdapter();
+  if (hardware.mAdapter) {
+    GTEST_SKIP() << "this machine has a hardware adapter: " << hardware.mDescription.mName;
+  }
+  TraceRecorder traces;
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add"), true), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  auto future = evaluator->QueueFeatures(MakeInputs(
+      {{"input1", MakeTensor<float>({1, 3}, {1, 1, 1})}, {"input2", MakeTensor<float>({1, 3}, {2, 2, 2})}}));
+  ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
+  EXPECT_EQ(ValuesOf<float>(future.Get(), "output1"), std::vector<float>({3.0F, 3.0F, 3.0F}));
+  EXPECT_TRUE(traces.Contains("Failed to find high performance GPU device"));
+  EXPECT_TRUE(traces.Contains("Falling back to CPU ORT evaluation"));
+}
+
+TEST_F(GpuEvaluatorTest, SoftwareAdapterRunsTheModelLikeTheCpu) {
+  KIV_REQUIRE_TEST_DEVICE(!mAdapterName.empty());
+  std::vector<std::vector<float>> images;
+  for (int i = 0; i < 6; ++i) {
+    images.push_back(RandomImage(mRandom));
+  }
+  const auto cpu = Start(CreateONNXModelFromFile(TestModelPath("conv"), false), kUnbatchedInference);
+  ASSERT_TRUE(cpu);
+  const auto expected = Classify(cpu, images);
+
+  gpu::test::SoftwareAdaptersAccepted accept;
+  TraceRecorder traces;
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("conv"), true), kUnbatchedInference);
+  ASSERT_TRUE(evaluator);
+  EXPECT_TRUE(traces.Contains("Selected GPU: " + mAdapterName));
+  EXPECT_FALSE(traces.Contains("Falling back to CPU ORT evaluation"));
+  ExpectClose(Classify(evaluator, images), expected);
+}
+
+TEST_F(GpuEvaluatorTest, SoftwareAdapterRunsPaddedBatchesLikeTheCpu) {
+  KIV_REQUIRE_TEST_DEVICE(!mAdapterName.empty());
+  // More requests than one batch holds, and a last batch that needs padding.
+  std::vector<std::vector<float>> images;
+  for (int i = 0; i < 150; ++i) {
+    images.push_back(RandomImage(mRandom));
+  }
+  const auto cpu = Start(CreateONNXModelFromFile(TestModelPath("conv"), false), kUnbatchedInference);
+  ASSERT_TRUE(cpu);
+  const auto expected = Classify(cpu, images);
+
+  gpu::test::SoftwareAdaptersAccepted accept;
+  TraceRecorder traces;
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("conv"), true), kBatchedInference);
+  ASSERT_TRUE(evaluator);
+  EXPECT_FALSE(traces.Contains("Falling back to CPU ORT evaluation"));
+  // Sized from the adapter's free memory; without any the smallest batch, 8, would be chosen.
+  EXPECT_GT(GetEvaluatorBatchSize(evaluator), 8U);
+  ExpectClose(Classify(evaluator, images), expected);
+}
+
+}  // namespace
+}  // namespace kivml::testing
