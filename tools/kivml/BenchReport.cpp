@@ -142,7 +142,8 @@ void BenchReport::PrintSetup(std::ostream& out) const {
   std::vector<std::vector<std::string>> rows;
   rows.push_back({"model", mSetup.model});
   rows.push_back({"device", mSetup.gpuRequested ? "asked for the GPU (the library falls back to the CPU "
-                                                  "without one); raw ONNX Runtime runs on the CPU"
+                                                  "without a hardware adapter); raw ONNX Runtime runs "
+                                                  "where the library runs"
                                                 : "asked for the CPU"});
   rows.push_back({"requests", std::to_string(mSetup.requests) + " per run after " +
                                   std::to_string(mSetup.warmup) + " warm-up requests, seed " +
@@ -163,7 +164,8 @@ void BenchReport::PrintSetup(std::ostream& out) const {
 void BenchReport::PrintTables(std::ostream& out) const {
   for (const BenchMode& mode : mModes) {
     out << '\n'
-        << mode.name << ": " << mode.batchSize << (mode.batchSize == 1 ? " row" : " rows")
+        << mode.name << " on " << mode.device << ": " << mode.batchSize
+        << (mode.batchSize == 1 ? " row" : " rows")
         << " per run; kivml: one request per call, latency from queue to answer; raw: "
         << (mode.batchSize == 1 ? "one row" : "perfect batches") << " per Run, latency of Run\n";
     std::vector<std::vector<std::string>> rows;
@@ -244,8 +246,10 @@ void BenchReport::WriteJson(const std::filesystem::path& file) const {
                          {"throughput_ratio", row.ThroughputRatio()},
                          {"p50_difference_us", row.P50DifferenceUs()}});
     }
-    json["modes"].push_back(
-        {{"mode", mode.name}, {"batch_size", mode.batchSize}, {"results", std::move(results)}});
+    json["modes"].push_back({{"mode", mode.name},
+                             {"device", mode.device},
+                             {"batch_size", mode.batchSize},
+                             {"results", std::move(results)}});
   }
   Json targets;
   if (const auto target = ComputeBatchedTarget()) {

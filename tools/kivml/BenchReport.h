@@ -28,6 +28,7 @@ struct BenchRow {
 struct BenchMode {
   std::string name;      // "batched" or "unbatched"
   size_t batchSize = 1;  // rows per run, for the evaluator and the raw reference alike
+  std::string device;    // where both ran: "CPU" or "GPU (adapter)"
   std::vector<BenchRow> rows;
 };
 

@@ -1,6 +1,7 @@
 #include "ModelSignature.h"
 
 #include <algorithm>
+#include <optional>
 #include <system_error>
 
 #include "Formatting.h"
@@ -69,6 +70,7 @@ ModelSignature ModelSignature::Load(const std::filesystem::path& path, bool eval
   }
   ModelSignature signature;
   signature.mPath = path;
+  signature.mGpuRequested = evaluateOnGPU;
   try {
     signature.mModel = CreateONNXModelFromFile(path, evaluateOnGPU);
   } catch (const kivcore::kiv_exception&) {
@@ -109,10 +111,18 @@ void ModelSignature::RequireSupportedTypes() const {
   }
 }
 
-kivcore::classref::InterfaceRef<IMLEvaluator> ModelSignature::StartEvaluator(
-    BatchedInference batching) const {
+kivcore::classref::InterfaceRef<IMLEvaluator> ModelSignature::StartEvaluator(BatchedInference batching,
+                                                                             EvaluatorDevice* device) const {
+  std::optional<EvaluatorDeviceWatch> watch;
+  if (device != nullptr) {
+    watch.emplace();
+  }
   auto started = CreatePreferredEvaluator(mModel, batching);
   started.Wait();
+  if (device != nullptr) {
+    *device = watch->Result(mGpuRequested);
+    watch.reset();
+  }
   try {
     return started.Get();
   } catch (...) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "EvaluatorDevice.h"
 #include "kivcore/classref/InterfaceRef.h"
 #include "kivcore/utility/Guid.h"
 #include "kivml/BatchedInference.h"
@@ -50,10 +51,13 @@ class ModelSignature {
   void RequireSupportedTypes() const;
 
   // Starts an evaluator and waits for the model to load; throws ToolError with the result code.
-  kivcore::classref::InterfaceRef<IMLEvaluator> StartEvaluator(BatchedInference batching) const;
+  // `device`, when given, learns whether the evaluator got the GPU it may have asked for.
+  kivcore::classref::InterfaceRef<IMLEvaluator> StartEvaluator(BatchedInference batching,
+                                                               EvaluatorDevice* device = nullptr) const;
 
  private:
   std::filesystem::path mPath;
+  bool mGpuRequested = false;
   kivcore::classref::InterfaceRef<ModelMock> mModel;
   std::vector<FeatureSignature> mInputs;
   std::vector<FeatureSignature> mOutputs;

@@ -79,7 +79,7 @@ RawOrtSession RawOrtSession::ForDescription(const std::filesystem::path& model) 
   return RawOrtSession(model, options);
 }
 
-RawOrtSession RawOrtSession::ForInference(const std::filesystem::path& model, int64_t batchSize) {
+RawOrtSession RawOrtSession::ForInference(const std::filesystem::path& model, int64_t batchSize, bool gpu) {
   SharedEnvironment();
   Ort::SessionOptions options;
   options.DisablePerSessionThreads();
@@ -89,6 +89,9 @@ RawOrtSession RawOrtSession::ForInference(const std::filesystem::path& model, in
   options.SetExecutionMode(ORT_SEQUENTIAL);
   // By denotation, as the library does: the C++ wrapper of this name overrides by dimension name instead.
   Ort::ThrowOnError(Ort::GetApi().AddFreeDimensionOverride(options, "DATA_BATCH", batchSize));
+  if (gpu) {
+    AppendRawGpuProvider(options);
+  }
   return RawOrtSession(model, options);
 }
 

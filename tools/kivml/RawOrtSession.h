@@ -17,6 +17,9 @@
 
 namespace kivml::cli {
 
+// The platform's GPU execution provider, set up as the library sets it up (each platform in its own file).
+void AppendRawGpuProvider(Ort::SessionOptions& options);
+
 // One input or output as the model declares it.
 struct RawFeature {
   std::string name;
@@ -30,8 +33,9 @@ class RawOrtSession {
   // For reading the interface only: the graph is loaded but not optimised.
   static RawOrtSession ForDescription(const std::filesystem::path& model);
   // With the options the library gives its CPU sessions, every dimension denoted DATA_BATCH fixed at
-  // `batchSize`, as in the library's session of the same batch size.
-  static RawOrtSession ForInference(const std::filesystem::path& model, int64_t batchSize);
+  // `batchSize`, as in the library's session of the same batch size; with `gpu`, also the platform's GPU
+  // provider as the library configures it.
+  static RawOrtSession ForInference(const std::filesystem::path& model, int64_t batchSize, bool gpu);
   // Not movable: the names handed to Run point into the features.
   RawOrtSession(RawOrtSession&&) = delete;
   RawOrtSession& operator=(RawOrtSession&&) = delete;

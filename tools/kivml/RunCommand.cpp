@@ -79,7 +79,9 @@ CLI::App* RunCommand::Register(CLI::App& app) {
       ->type_name("DIR");
   command->add_flag("--batched", mBatched,
                     "Queue the request to a batching evaluator (a lone request waits for latecomers first)");
-  command->add_flag("--gpu", mGpu, "Ask for evaluation on the GPU (the library falls back to the CPU)");
+  command->add_flag(
+      "--gpu", mGpu,
+      "Ask for evaluation on the GPU (the library falls back to the CPU without a hardware adapter)");
   command
       ->add_option("--repeat", mRepeat, "Run the request N times, check the answers agree, report the mean")
       ->check(CLI::Range(1, 1000000))
@@ -201,10 +203,12 @@ int RunCommand::Execute() const {
     throw ToolError("--batched: the model cannot run batched (not every input has a leading free dimension)");
   }
   const Request request = ReadInputs(signature);
-  const auto evaluator = signature.StartEvaluator(mBatched ? kBatchedInference : kUnbatchedInference);
+  EvaluatorDevice device;
+  const auto evaluator =
+      signature.StartEvaluator(mBatched ? kBatchedInference : kUnbatchedInference, &device);
   const auto [outputs, seconds] = RunRepeatedly(signature, *evaluator, request.features);
   WriteOutputs(signature, outputs);
-  std::cerr << (mGpu ? "asked for the GPU; " : "") << "ran " << mRepeat
+  std::cerr << "on " << device.Describe(mGpu) << ": ran " << mRepeat
             << (mRepeat == 1 ? " request" : " requests, answers agree") << "; mean "
             << FormatFixed(seconds * 1e3, 3) << " ms per request\n";
   return 0;
