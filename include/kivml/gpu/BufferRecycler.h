@@ -93,8 +93,10 @@ class BufferRecycler : public std::enable_shared_from_this<BufferRecycler<T>> {
   virtual void PrepareBufferForRecycling(T& /*buffer*/) {}
   virtual void PrepareBufferForUse(T& /*buffer*/) {}
 
-  // Takes back the buffer of a lease that ended. Throws std::bad_weak_ptr when the pool is not (or no
-  // longer) held by a std::shared_ptr.
+  // Declared here so that it keeps its slot after the hooks.
+ public:
+  // Takes back a buffer, as a lease does when it ends. Throws std::bad_weak_ptr when the pool is not (or
+  // no longer) held by a std::shared_ptr.
   virtual void RecycleBuffer(T buffer) {
     mSerialQueue->Post(
         [weakSelf = WeakSelf(), buffer = std::move(buffer)]() mutable {
@@ -105,6 +107,7 @@ class BufferRecycler : public std::enable_shared_from_this<BufferRecycler<T>> {
         0);
   }
 
+ protected:
   const std::shared_ptr<kivcore::async::AsyncExecutor> mParentExecutor;
   const std::shared_ptr<kivcore::threads::AsyncThreadedSubExecutor> mSerialQueue;
   const uint64_t mBufferCount;
