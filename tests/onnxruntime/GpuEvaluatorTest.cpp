@@ -92,6 +92,30 @@ class GpuEvaluatorTest : public OrtTest {
     mRandom.seed(11);
   }
 
+  // Classifies `count` random images on the CPU and then, with software adapters accepted, with a GPU
+  // evaluator, which must get the GPU and agree with the CPU. Returns that evaluator (null on failure).
+  InterfaceRef<IMLEvaluator> CompareWithCpu(size_t count, BatchedInference batching) {
+    std::vector<std::vector<float>> images(count);
+    for (auto& image : images) {
+      image = RandomImage(mRandom);
+    }
+    const auto cpu = Start(CreateONNXModelFromFile(TestModelPath("conv"), false), kUnbatchedInference);
+    if (!cpu) {
+      return nullptr;
+    }
+    const auto expected = Classify(cpu, images);
+
+    gpu::test::SoftwareAdaptersAccepted accept;
+    TraceRecorder traces;
+    auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("conv"), true), batching);
+    if (evaluator) {
+      EXPECT_TRUE(traces.Contains("Selected GPU: " + mAdapterName));
+      EXPECT_FALSE(traces.Contains("Falling back to CPU ORT evaluation"));
+      ExpectClose(Classify(evaluator, images), expected);
+    }
+    return evaluator;
+  }
+
   std::string mAdapterName;
   std::mt19937 mRandom;
 };
@@ -114,42 +138,16 @@ TEST_F(GpuEvaluatorTest, FallsBackToTheCpuWithoutAHardwareAdapter) {
 
 TEST_F(GpuEvaluatorTest, SoftwareAdapterRunsTheModelLikeTheCpu) {
   KIV_REQUIRE_TEST_DEVICE(!mAdapterName.empty());
-  std::vector<std::vector<float>> images;
-  for (int i = 0; i < 6; ++i) {
-    images.push_back(RandomImage(mRandom));
-  }
-  const auto cpu = Start(CreateONNXModelFromFile(TestModelPath("conv"), false), kUnbatchedInference);
-  ASSERT_TRUE(cpu);
-  const auto expected = Classify(cpu, images);
-
-  gpu::test::SoftwareAdaptersAccepted accept;
-  TraceRecorder traces;
-  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("conv"), true), kUnbatchedInference);
-  ASSERT_TRUE(evaluator);
-  EXPECT_TRUE(traces.Contains("Selected GPU: " + mAdapterName));
-  EXPECT_FALSE(traces.Contains("Falling back to CPU ORT evaluation"));
-  ExpectClose(Classify(evaluator, images), expected);
+  EXPECT_TRUE(CompareWithCpu(6, kUnbatchedInference));
 }
 
 TEST_F(GpuEvaluatorTest, SoftwareAdapterRunsPaddedBatchesLikeTheCpu) {
   KIV_REQUIRE_TEST_DEVICE(!mAdapterName.empty());
   // More requests than one batch holds, and a last batch that needs padding.
-  std::vector<std::vector<float>> images;
-  for (int i = 0; i < 150; ++i) {
-    images.push_back(RandomImage(mRandom));
-  }
-  const auto cpu = Start(CreateONNXModelFromFile(TestModelPath("conv"), false), kUnbatchedInference);
-  ASSERT_TRUE(cpu);
-  const auto expected = Classify(cpu, images);
-
-  gpu::test::SoftwareAdaptersAccepted accept;
-  TraceRecorder traces;
-  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("conv"), true), kBatchedInference);
+  const auto evaluator = CompareWithCpu(150, kBatchedInference);
   ASSERT_TRUE(evaluator);
-  EXPECT_FALSE(traces.Contains("Falling back to CPU ORT evaluation"));
   // Sized from the adapter's free memory; without any the smallest batch, 8, would be chosen.
   EXPECT_GT(GetEvaluatorBatchSize(evaluator), 8U);
-  ExpectClose(Classify(evaluator, images), expected);
 }
 
 }  // namespace
