@@ -98,7 +98,10 @@ ORTEvaluator::~ORTEvaluator() {
       kivcore::logging::LogException(std::current_exception(), "kivml::ORTEvaluator::~ORTEvaluator", nullptr);
     }
   }
-  mSession.reset();
+  if (mSession) {
+    mSession.reset();
+    ORTEnvironment::SessionReleased();
+  }
   mSessionOptions.reset();
 }
 
@@ -194,6 +197,7 @@ void ORTEvaluator::CreateSession(const kivcore::allocator::RecycledMemory& paylo
   ThrowIfFailed(
       Api().CreateSessionFromArray(env, payload.Buffer(), payload.Size(), mSessionOptions.get(), &session));
   mSession.reset(session);
+  ORTEnvironment::SessionCreated();
 }
 
 void ORTEvaluator::DescribeModel() {
