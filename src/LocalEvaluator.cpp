@@ -19,6 +19,7 @@
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
 #include "utility/CalculateOptimalBatchSize.h"
+#include "utility/ExitBarrier.h"
 #include "utility/TraceCategory.h"
 #include "utility/WholeNumberSetting.h"
 
@@ -161,6 +162,8 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   const std::chrono::microseconds idleSpin = ReadIdleSpin();
   auto trigger = kivcore::threads::QueueOnlyOnce::Create(
       [weakSelf, batched, idleSpin] {
+        // Left after `self`: the run may end by destroying the evaluator.
+        const utility::ExitBarrier::Scope inFlight;
         if (const auto self = weakSelf.lock()) {
           if (batched) {
             self->ProcessQueueThroughModelBatched();
@@ -175,6 +178,7 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   kivcore::async::Future<int> loaded = completion->mPromise.GetFuture();
   worker->Post(
       [weakSelf, trigger, completion] {
+        const utility::ExitBarrier::Scope inFlight;
         const auto self = weakSelf.lock();
         if (!self) {
           return;  // the completion answers eModelExecutionTerminated

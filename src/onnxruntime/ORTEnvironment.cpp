@@ -1,11 +1,7 @@
 #include "onnxruntime/ORTEnvironment.h"
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <cstdlib>
 #include <memory>
-#include <mutex>
 
 #include "kivcore/utility/CPUCount.h"
 #include "onnxruntime/ORTApi.h"
@@ -27,25 +23,6 @@ struct EnvironmentHolder {
 EnvironmentHolder& Holder() {
   static EnvironmentHolder holder;
   return holder;
-}
-
-struct SessionCount {
-  std::mutex mutex;
-  std::condition_variable released;
-  uint64_t live = 0;
-};
-
-// Never destroyed: workers may count down while the process exits.
-SessionCount& Sessions() {
-  static SessionCount* const sessions = new SessionCount();
-  return *sessions;
-}
-
-void WaitForSessionsAtExit() {
-  constexpr auto kLongestWait = std::chrono::seconds(5);
-  SessionCount& sessions = Sessions();
-  std::unique_lock lock(sessions.mutex);
-  sessions.released.wait_for(lock, kLongestWait, [&] { return sessions.live == 0; });
 }
 
 }  // namespace
@@ -74,23 +51,6 @@ void ORTEnvironment::Create() {
   EnvironmentHolder& holder = Holder();
   holder.current.store(env.get());
   holder.env = std::move(env);
-}
-
-void ORTEnvironment::SessionCreated() {
-  // Registered after ONNX Runtime has built the state a session uses, so that it runs before that
-  // state's destructors at exit.
-  static const bool registered = std::atexit(WaitForSessionsAtExit) == 0;
-  (void)registered;
-  SessionCount& sessions = Sessions();
-  std::lock_guard lock(sessions.mutex);
-  ++sessions.live;
-}
-
-void ORTEnvironment::SessionReleased() noexcept {
-  SessionCount& sessions = Sessions();
-  std::lock_guard lock(sessions.mutex);
-  --sessions.live;
-  sessions.released.notify_all();
 }
 
 OrtEnv* ORTEnvironment::Get() {

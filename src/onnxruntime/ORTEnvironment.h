@@ -19,13 +19,6 @@ class ORTEnvironment {
   // The current environment; null before Create.
   static OrtEnv* Get();
 
-  // Every session is counted from its creation to its release. An evaluator whose host lets go of it
-  // last releases its session on its own worker thread, which may still be at it while the process
-  // exits; the exit then waits (a few seconds at most) for the count to drop before ONNX Runtime's own
-  // state is torn down under the session.
-  static void SessionCreated();
-  static void SessionReleased() noexcept;
-
   // Threads of each global pool on a machine with `processors` processors.
   static uint32_t GlobalPoolThreadCount(uint32_t processors) noexcept;
 };

@@ -1,6 +1,7 @@
 #include "onnxruntime/ORTEvaluator.h"
 
 #include <algorithm>
+#include <mutex>
 #include <string>
 #include <type_traits>
 
@@ -19,6 +20,7 @@
 #include "onnxruntime/ORTEnvironment.h"
 #include "onnxruntime/ORTTensorConversion.h"
 #include "onnxruntime/PredictException.h"
+#include "utility/ExitBarrier.h"
 #include "utility/TraceCategory.h"
 
 namespace kivml::ort {
@@ -79,6 +81,15 @@ kivcore::u8string LookupCustomMetadata(const OrtModelMetadata& metadata, OrtAllo
   return kivcore::string::ToU8(value.text != nullptr ? value.text : "");
 }
 
+// An evaluator's worker may release its session while the process exits; exit must wait for it before
+// ONNX Runtime tears down what sessions use. That state exists once a session (and, separately, a GPU
+// session) has been made, so the wait is registered after the first of each.
+void WaitForWorkersAtExit(bool gpuSession) {
+  static std::once_flag cpu;
+  static std::once_flag gpu;
+  std::call_once(gpuSession ? gpu : cpu, utility::ExitBarrier::WaitAtExit);
+}
+
 }  // namespace
 
 ORTEvaluator::ORTEvaluator() {
@@ -98,10 +109,7 @@ ORTEvaluator::~ORTEvaluator() {
       kivcore::logging::LogException(std::current_exception(), "kivml::ORTEvaluator::~ORTEvaluator", nullptr);
     }
   }
-  if (mSession) {
-    mSession.reset();
-    ORTEnvironment::SessionReleased();
-  }
+  mSession.reset();
   mSessionOptions.reset();
 }
 
@@ -165,6 +173,7 @@ int ORTEvaluator::LoadModel() {
       KIV_TRACE(kTraceCategory, 5, "Falling back to CPU ORT evaluation");
     }
   }
+  const bool onGPU = mSession != nullptr;
   if (!mSession) {
     // Fresh options: whatever a GPU attempt added must not reach the CPU session. That includes the
     // profiling request made for it, which is deliberately not repeated: a CPU session after a failed GPU
@@ -178,6 +187,7 @@ int ORTEvaluator::LoadModel() {
     ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), false);
     CreateSession(*payload);
   }
+  WaitForWorkersAtExit(onGPU);
   DescribeModel();
   mLoaded.store(true);
   return 0;
@@ -197,7 +207,6 @@ void ORTEvaluator::CreateSession(const kivcore::allocator::RecycledMemory& paylo
   ThrowIfFailed(
       Api().CreateSessionFromArray(env, payload.Buffer(), payload.Size(), mSessionOptions.get(), &session));
   mSession.reset(session);
-  ORTEnvironment::SessionCreated();
 }
 
 void ORTEvaluator::DescribeModel() {
