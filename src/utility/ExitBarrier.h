@@ -4,8 +4,6 @@
 // process exits during that, ONNX Runtime's state goes first and the release crashes. Runs are counted,
 // and exit waits (5 s at most) for the count to drop to none.
 
-#include <cstdint>
-
 namespace kivml::utility {
 
 class ExitBarrier {
