@@ -64,7 +64,7 @@ need_root() {
 # Adds bookworm-backports by copying the machine's own entry for bookworm (its mirror, components and
 # signing key), so no registry host is named here.
 add_backports_suite() {
-  if apt-cache policy 2>/dev/null | grep -q 'bookworm-backports/'; then
+  if grep -rqsE '(^|[[:space:]])bookworm-backports([[:space:]]|$)' /etc/apt/sources.list /etc/apt/sources.list.d/; then
     return
   fi
   local entry=""
