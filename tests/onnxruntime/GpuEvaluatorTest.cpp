@@ -6,49 +6,19 @@
 
 #include <algorithm>
 #include <cmath>
-#include <mutex>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "gpu/GpuTestSupport.h"
-#include "kivcore/debug/Trace.h"
 #include "onnxruntime/OrtTestSupport.h"
+#include "support/TraceCapture.h"
 
 namespace kivml::testing {
 namespace {
 
 using kivcore::classref::InterfaceRef;
 using Future = kivcore::async::Future<utility::FeatureContainerVector>;
-
-// The library's trace lines for the lifetime of the object.
-class TraceRecorder {
- public:
-  TraceRecorder() {
-    kivcore::debug::SetTraceLevel("kivmachinelearning", 7);
-    kivcore::debug::SetTraceSink([this](int, const std::string& category, const std::string& message) {
-      std::lock_guard lock(mMutex);
-      if (category == "kivmachinelearning") {
-        mLines.push_back(message);
-      }
-    });
-  }
-  ~TraceRecorder() {
-    kivcore::debug::SetTraceSink(nullptr);
-    kivcore::debug::SetTraceLevel("kivmachinelearning", -1);
-  }
-  TraceRecorder(const TraceRecorder&) = delete;
-  TraceRecorder& operator=(const TraceRecorder&) = delete;
-
-  bool Contains(const std::string& line) {
-    std::lock_guard lock(mMutex);
-    return std::find(mLines.begin(), mLines.end(), line) != mLines.end();
-  }
-
- private:
-  std::mutex mMutex;
-  std::vector<std::string> mLines;
-};
 
 std::vector<float> RandomImage(std::mt19937& random) {
   std::uniform_real_distribution<float> value(-1.0F, 1.0F);
@@ -106,11 +76,11 @@ class GpuEvaluatorTest : public OrtTest {
     const auto expected = Classify(cpu, images);
 
     gpu::test::SoftwareAdaptersAccepted accept;
-    TraceRecorder traces;
+    TraceCapture traces;
     auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("conv"), true), batching);
     if (evaluator) {
-      EXPECT_TRUE(traces.Contains("Selected GPU: " + mAdapterName));
-      EXPECT_FALSE(traces.Contains("Falling back to CPU ORT evaluation"));
+      EXPECT_TRUE(traces.Saw("Selected GPU: " + mAdapterName));
+      EXPECT_FALSE(traces.Saw("Falling back to CPU ORT evaluation"));
       ExpectClose(Classify(evaluator, images), expected);
     }
     return evaluator;
@@ -125,15 +95,15 @@ TEST_F(GpuEvaluatorTest, FallsBackToTheCpuWithoutAHardwareAdapter) {
   if (hardware.mAdapter) {
     GTEST_SKIP() << "this machine has a hardware adapter: " << hardware.mDescription.mName;
   }
-  TraceRecorder traces;
+  TraceCapture traces;
   const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add"), true), kUnbatchedInference);
   ASSERT_TRUE(evaluator);
   auto future = evaluator->QueueFeatures(MakeInputs(
       {{"input1", MakeTensor<float>({1, 3}, {1, 1, 1})}, {"input2", MakeTensor<float>({1, 3}, {2, 2, 2})}}));
   ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
   EXPECT_EQ(ValuesOf<float>(future.Get(), "output1"), std::vector<float>({3.0F, 3.0F, 3.0F}));
-  EXPECT_TRUE(traces.Contains("Failed to find high performance GPU device"));
-  EXPECT_TRUE(traces.Contains("Falling back to CPU ORT evaluation"));
+  EXPECT_TRUE(traces.Saw("Failed to find high performance GPU device"));
+  EXPECT_TRUE(traces.Saw("Falling back to CPU ORT evaluation"));
 }
 
 TEST_F(GpuEvaluatorTest, SoftwareAdapterRunsTheModelLikeTheCpu) {

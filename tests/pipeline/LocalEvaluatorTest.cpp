@@ -15,6 +15,7 @@
 #include "support/FakeModel.h"
 #include "support/FutureChecks.h"
 #include "support/ManualFillClock.h"
+#include "support/TraceCapture.h"
 
 namespace kivml::testing {
 namespace {
@@ -24,31 +25,6 @@ using RequestFuture = kivcore::async::Future<utility::FeatureContainerVector>;
 using Rows = std::vector<std::vector<int32_t>>;
 
 constexpr const char* kPredictError = "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError";
-
-// Collects the library's trace lines while it lives.
-class TraceCapture {
- public:
-  TraceCapture() {
-    mPrevious = kivcore::debug::SetTraceSink([this](int, const std::string&, const std::string& message) {
-      std::lock_guard lock(mMutex);
-      mLines.push_back(message);
-    });
-    kivcore::debug::SetTraceLevel("kivmachinelearning", 7);
-  }
-  ~TraceCapture() {
-    kivcore::debug::SetTraceLevel("kivmachinelearning", -1);
-    kivcore::debug::SetTraceSink(mPrevious);
-  }
-  bool Saw(const std::string& line) const {
-    std::lock_guard lock(mMutex);
-    return std::find(mLines.begin(), mLines.end(), line) != mLines.end();
-  }
-
- private:
-  kivcore::debug::TraceSink mPrevious;
-  mutable std::mutex mMutex;
-  std::vector<std::string> mLines;
-};
 
 struct StartOptions {
   FakeEvaluator::Behaviour behaviour{};
