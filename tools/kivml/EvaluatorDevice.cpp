@@ -1,8 +1,9 @@
 #include "EvaluatorDevice.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <string_view>
+
+#include "Settings.h"
 
 namespace kivml::cli {
 
@@ -56,8 +57,7 @@ void EvaluatorDeviceWatch::Record(int level, const std::string& category, const 
   if (mPrevious) {
     mPrevious(level, category, message);
   } else {
-    const std::string line = "[" + category + ":" + std::to_string(level) + "] " + message + "\n";
-    std::fputs(line.c_str(), stderr);
+    WriteTraceLine(level, category, message);  // what the default sink would have written
   }
 }
 

@@ -9,6 +9,11 @@
 
 namespace kivml::cli {
 
+void WriteTraceLine(int level, const std::string& category, const std::string& message) {
+  const std::string line = "[" + category + ":" + std::to_string(level) + "] " + message + "\n";
+  std::fputs(line.c_str(), stderr);
+}
+
 void Settings::AddOptions(CLI::App& command) {
   command.add_option("--set", mEntries, "Set a debug-database entry, e.g. kivml.BatchSizeMultiplier=4")
       ->type_name("KEY=VALUE")
@@ -43,11 +48,7 @@ void Settings::Apply() const {
     if (kivcore::debug::ApplyTraceSettings(mTrace) == 0) {
       throw ToolError("--trace '" + mTrace + "': expected entries 'category=level' separated by ','");
     }
-    // One write per line, so that lines from several threads do not interleave.
-    kivcore::debug::SetTraceSink([](int level, const std::string& category, const std::string& message) {
-      const std::string line = "[" + category + ":" + std::to_string(level) + "] " + message + "\n";
-      std::fputs(line.c_str(), stderr);
-    });
+    kivcore::debug::SetTraceSink(WriteTraceLine);
   }
 }
 

@@ -12,6 +12,10 @@ class App;
 
 namespace kivml::cli {
 
+// Writes one trace line to stderr as "[category:level] message", in one write so that lines from several
+// threads do not interleave.
+void WriteTraceLine(int level, const std::string& category, const std::string& message);
+
 class Settings {
  public:
   // Registers the options on one (sub)command; every command shares this object.
