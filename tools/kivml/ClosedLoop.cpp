@@ -3,12 +3,12 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
-#include <latch>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 #include "ProgressBar.h"
+#include "kivcore/threads/Latch.h"
 
 namespace kivml::cli {
 
@@ -20,16 +20,16 @@ LoopResult ClosedLoop::Run(const std::string& label, size_t requests, size_t req
   std::exception_ptr failure;
   std::mutex failureMutex;
   std::vector<std::vector<double>> latencies(mClients);
-  std::latch ready(static_cast<std::ptrdiff_t>(mClients) + 1);
-  std::latch go(1);
+  kivcore::threads::Latch ready(static_cast<std::ptrdiff_t>(mClients) + 1);
+  kivcore::threads::Latch go(1);
 
   mProgress.Start(label, requests);
   std::vector<std::jthread> clients;
   clients.reserve(mClients);
   for (size_t client = 0; client < mClients; ++client) {
     clients.emplace_back([&, client] {
-      ready.count_down();
-      go.wait();
+      ready.CountDown();
+      go.Wait();
       // A call claims its requests before it starts, so that exactly enough calls are made.
       while (!failed.load(std::memory_order_relaxed) &&
              claimed.fetch_add(requestsPerCall, std::memory_order_relaxed) < requests) {
@@ -49,9 +49,9 @@ LoopResult ClosedLoop::Run(const std::string& label, size_t requests, size_t req
       }
     });
   }
-  ready.arrive_and_wait();
+  ready.ArriveAndWait();
   const auto start = Clock::now();
-  go.count_down();
+  go.CountDown();
   clients.clear();  // joins
   const auto end = Clock::now();
   mProgress.Finish();

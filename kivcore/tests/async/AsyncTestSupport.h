@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+#include <cstdint>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "kivcore/threads/AsyncThreadedExecutor.h"
@@ -16,6 +19,32 @@ inline std::shared_ptr<threads::AsyncThreadedExecutor> MakeThreadExecutor(int th
   return threads::CreateAsyncThreadedExecutor("async-test", threadCount, threads::ThreadPriority::kNormal, {},
                                               {}, threads::ThreadAttributes{});
 }
+
+// A reusable barrier for `count` threads, over a mutex and a condition variable (see Latch for why not
+// std::barrier).
+class CyclicBarrier {
+ public:
+  explicit CyclicBarrier(int count) : mCount(count), mWaiting(0) {}
+
+  void ArriveAndWait() {
+    std::unique_lock lock(mMutex);
+    const uint64_t phase = mPhase;
+    if (++mWaiting == mCount) {
+      mWaiting = 0;
+      ++mPhase;
+      mNextPhase.notify_all();
+      return;
+    }
+    mNextPhase.wait(lock, [&] { return mPhase != phase; });
+  }
+
+ private:
+  std::mutex mMutex;
+  std::condition_variable mNextPhase;
+  const int mCount;
+  int mWaiting;  // guarded by mMutex, as is mPhase
+  uint64_t mPhase = 0;
+};
 
 // Expects `exception` to hold an E with the given message and result code.
 template <class E>

@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <chrono>
 #include <functional>
-#include <latch>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -14,6 +12,7 @@
 
 #include "AsyncTestSupport.h"
 #include "kivcore/async/Future.h"
+#include "kivcore/threads/Latch.h"
 
 namespace kivcore::async {
 namespace {
@@ -40,11 +39,11 @@ TEST(StressTest, ConcurrentCompletionsContinuationsAndWaitsEachHappenExactlyOnce
   std::vector<std::atomic<int>> winner(kCount);  // 1: value, 2: exception
   std::atomic<int> callbacksLeft{kCount * kAttachers};
   std::vector<std::vector<Future<int>>> results(kAttachers, std::vector<Future<int>>(kCount));
-  std::barrier sync(2 + kAttachers + 2);
+  testing::CyclicBarrier sync(2 + kAttachers + 2);
   // Runs visit(i) over each batch after the barrier, forwards or backwards.
   auto inBatches = [&](bool backwards, const std::function<void(int)>& visit) {
     for (int round = 0; round < kRounds; ++round) {
-      sync.arrive_and_wait();
+      sync.ArriveAndWait();
       for (int k = 0; k < kBatch; ++k) {
         visit(round * kBatch + (backwards ? kBatch - 1 - k : k));
       }
@@ -118,14 +117,14 @@ TEST(StressTest, AbandoningRacesWithCompletingWithoutLosingOrLeakingAnything) {
     promises.emplace_back(executor);
     ends.push_back(promises.back().GetFuture().Then([](const Future<int>& f) { return f.Get(); }));
   }
-  std::latch start(2);
+  kivcore::threads::Latch start(2);
   std::thread dropper([&] {
-    start.arrive_and_wait();
+    start.ArriveAndWait();
     for (int i = kCount - 2; i >= 0; i -= 2) {  // crosses the completing thread halfway
       ends[i] = Future<int>();
     }
   });
-  start.arrive_and_wait();
+  start.ArriveAndWait();
   for (int i = 0; i < kCount; ++i) {
     const bool abandoned = promises[i].IsAbandoned();
     if (i % 2 == 1) {

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <latch>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -11,6 +10,7 @@
 
 #include "kivcore/async/Future.h"
 #include "kivcore/logging/Logging.h"
+#include "kivcore/threads/Latch.h"
 
 namespace kivcore::async {
 namespace {
@@ -27,11 +27,11 @@ TEST(WaitTest, EveryWaiterWakesWhenItsFutureCompletes) {
     futures.push_back(promises.emplace_back(nullptr).GetFuture());
   }
   std::atomic<int> sum{0};
-  std::latch started(kWaiters + 1);
+  kivcore::threads::Latch started(kWaiters + 1);
   std::vector<std::thread> waiters;
   for (int w = 0; w < kWaiters; ++w) {
     waiters.emplace_back([&, w] {
-      started.arrive_and_wait();
+      started.ArriveAndWait();
       for (int i = 0; i < kStates; ++i) {
         const Future<int>& future = futures[(i * (w + 1)) % kStates];
         while (w % 2 == 1 && !future.WaitFor(50us)) {
@@ -41,7 +41,7 @@ TEST(WaitTest, EveryWaiterWakesWhenItsFutureCompletes) {
       }
     });
   }
-  started.arrive_and_wait();
+  started.ArriveAndWait();
   std::this_thread::sleep_for(1ms);  // let the waiters park; completing in reverse keeps them parking
   for (int i = kStates - 1; i >= 0; --i) {
     promises[i].SetValue(1);

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <future>
-#include <latch>
 #include <memory>
 #include <string>
 #include <vector>

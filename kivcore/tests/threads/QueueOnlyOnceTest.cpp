@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <future>
-#include <latch>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "ThreadTestSupport.h"
 #include "kivcore/threads/CallAsync.h"
 #include "kivcore/threads/Gate.h"
+#include "kivcore/threads/Latch.h"
 #include "kivcore/threads/QueueOnlyOnce.h"
 
 namespace kivcore::threads {
@@ -32,7 +32,7 @@ void Drain(const std::shared_ptr<AsyncThreadedExecutor>& executor) {
 TEST(QueueOnlyOnceTest, TriggersWhileQueuedFoldButATriggerDuringARunCausesExactlyOneMore) {
   auto executor = MakeExecutor(1);
   executor->Pause();
-  std::latch firstRunStarted(1);
+  kivcore::threads::Latch firstRunStarted(1);
   Gate releaseFirstRun(false);
   int published = 0;  // written before Trigger, read by the run: Trigger must order the two
   std::vector<int> seen;
@@ -40,7 +40,7 @@ TEST(QueueOnlyOnceTest, TriggersWhileQueuedFoldButATriggerDuringARunCausesExactl
       [&] {
         seen.push_back(published);
         if (seen.size() == 1) {
-          firstRunStarted.count_down();
+          firstRunStarted.CountDown();
           EXPECT_TRUE(releaseFirstRun.PassThroughFor(kPatience));
         }
       },
@@ -50,7 +50,7 @@ TEST(QueueOnlyOnceTest, TriggersWhileQueuedFoldButATriggerDuringARunCausesExactl
     EXPECT_TRUE(once->Trigger());
   }
   executor->Resume();
-  firstRunStarted.wait();
+  firstRunStarted.Wait();
   published = 200;
   EXPECT_TRUE(once->Trigger());  // during the run: must not be lost
   EXPECT_TRUE(once->Trigger());  // folds into that one extra run

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <future>
-#include <latch>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -10,6 +9,7 @@
 #include "ThreadTestSupport.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/threads/Gate.h"
+#include "kivcore/threads/Latch.h"
 #include "kivcore/threads/LockTimeoutException.h"
 #include "kivcore/threads/ScopedLock.h"
 
@@ -47,17 +47,17 @@ TEST(RecursiveMutexTest, HolderReentersAndReleasesAfterTheLastUnlock) {
 TEST(RecursiveMutexTest, TimeOutNamesTheMutexBothSitesAndTheHoldingThread) {
   LogCapture log;
   const RecursiveMutex mutex("model-cache");
-  std::latch held(1);
+  kivcore::threads::Latch held(1);
   Gate release(false);
   std::ostringstream holderId;
   std::thread holder([&] {
     holderId << std::this_thread::get_id();
     ScopedLock outer(mutex, "Loader::Load");
     ScopedLock inner(mutex, "Loader::Parse");
-    held.count_down();
+    held.CountDown();
     release.PassThroughFor(kPatience);
   });
-  held.wait();
+  held.Wait();
   std::string message;
   try {
     ScopedLock waiting(mutex, "Session::Run", 30ms);
