@@ -99,6 +99,13 @@ bool KeepInPool(Pool& pool, size_t index, void* p) noexcept {
 
 // A few blocks of each small class per thread, so that the steady allocate/free churn of one thread
 // takes no lock. Emptied into the pool when the thread ends.
+// Not with MinGW: its emulated thread-local storage can free a thread's variables before their
+// destructors run, and the cache's destructor then reads freed memory.
+#if defined(__MINGW32__)
+constexpr bool kThreadCacheEnabled = false;
+#else
+constexpr bool kThreadCacheEnabled = true;
+#endif
 constexpr size_t kThreadCachedClasses = ClassIndex(16 * 1024) + 1;
 constexpr size_t kThreadCacheDepth = 8;
 
@@ -130,7 +137,7 @@ void* MemoryRecycler::Allocate(size_t bytes, size_t& actualBytes) {
   const size_t index = ClassIndex(bytes);
   const size_t classBytes = ClassBytes(index);
   actualBytes = classBytes;
-  if (index < kThreadCachedClasses) {
+  if (kThreadCacheEnabled && index < kThreadCachedClasses) {
     ThreadCache& cache = tThreadCache;
     if (cache.counts[index] > 0) {
       return cache.blocks[index][--cache.counts[index]];
@@ -159,7 +166,7 @@ void MemoryRecycler::Recycle(void* p, size_t bytes) noexcept {
     return;
   }
   const size_t index = ClassIndex(bytes);
-  if (index < kThreadCachedClasses) {
+  if (kThreadCacheEnabled && index < kThreadCachedClasses) {
     ThreadCache& cache = tThreadCache;
     if (cache.counts[index] < kThreadCacheDepth) {
       cache.blocks[index][cache.counts[index]++] = p;

@@ -32,7 +32,10 @@ TEST_F(CodeProfilerTest, ScopesTimeTheirLifetime) {
   const auto log = manager.CreateNewProfileDataLog("kivtest.scope", CodeProfilerManager::kDefaultVolume);
   {
     CodeProfiler profiler(log);
-    std::this_thread::sleep_for(std::chrono::microseconds(50));
+    // Spun rather than slept: MinGW's sleep_for may return early for waits under a millisecond.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
+    while (std::chrono::steady_clock::now() < until) {
+    }
   }
   EXPECT_EQ(log->CallCount(), 1u);
   EXPECT_GE(log->MinNanoseconds(), 50'000u);

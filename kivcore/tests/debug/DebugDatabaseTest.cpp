@@ -1,13 +1,14 @@
 #include "kivcore/debug/DebugDatabase.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
 #include <string>
 #include <thread>
+
+#include "TestEnvironment.h"
 
 namespace kivcore::debug {
 namespace {
@@ -36,12 +37,13 @@ TEST(DebugDatabaseTest, TextIsParsedAndValuesKeptExactly) {
 TEST(DebugDatabaseTest, EnvironmentLoadsTheFileThenTheSettingsString) {
   const std::string path = ::testing::TempDir() + "kivcore_debugdb_" + std::to_string(getpid());
   std::ofstream(path, std::ios::binary) << "KIVSE.ORT.ProfileModels = file\nonly.in.file=1\n";
-  ASSERT_EQ(setenv(DebugDatabase::kFileVariable, path.c_str(), 1), 0);
-  ASSERT_EQ(setenv(DebugDatabase::kSettingsVariable, "KIVSE.ORT.ProfileModels=settings;kivml.Other=3", 1), 0);
+  ASSERT_TRUE(kivcore::test::SetEnvironment(DebugDatabase::kFileVariable, path.c_str()));
+  ASSERT_TRUE(kivcore::test::SetEnvironment(DebugDatabase::kSettingsVariable,
+                                            "KIVSE.ORT.ProfileModels=settings;kivml.Other=3"));
   DebugDatabase database;
   database.LoadFromEnvironment();
-  unsetenv(DebugDatabase::kFileVariable);
-  unsetenv(DebugDatabase::kSettingsVariable);
+  kivcore::test::ClearEnvironment(DebugDatabase::kFileVariable);
+  kivcore::test::ClearEnvironment(DebugDatabase::kSettingsVariable);
   std::remove(path.c_str());
   EXPECT_FALSE(database.LoadFromFile(path));  // a missing file changes nothing
   EXPECT_EQ(database.GetEntry("KIVSE.ORT.ProfileModels"), "settings");

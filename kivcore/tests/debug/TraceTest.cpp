@@ -1,12 +1,13 @@
 #include "kivcore/debug/Trace.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <atomic>
 #include <stop_token>
 #include <string>
 #include <thread>
+
+#include "TestEnvironment.h"
 
 namespace kivcore::debug {
 namespace {
@@ -74,11 +75,11 @@ TEST_F(TraceTest, SettingsStringAndEnvironmentRefresh) {
   EXPECT_TRUE(TraceEnabled("other", 0));
   EXPECT_FALSE(TraceEnabled("other", 1));
 
-  ASSERT_EQ(setenv("KIVCORE_TRACE", "kivtest.env=5", 1), 0);
+  ASSERT_TRUE(kivcore::test::SetEnvironment("KIVCORE_TRACE", "kivtest.env=5"));
   const auto* category = reinterpret_cast<const unsigned char*>("kivtest.env");
   EXPECT_FALSE(TraceEnabled(category, 5, false));  // the environment is only read again on request
   EXPECT_TRUE(TraceEnabled(category, 5, true));
-  unsetenv("KIVCORE_TRACE");
+  kivcore::test::ClearEnvironment("KIVCORE_TRACE");
   EXPECT_TRUE(TraceEnabled("kivmachinelearning", 7));  // entries it does not name are kept
 }
 

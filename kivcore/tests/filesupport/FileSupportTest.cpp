@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
@@ -7,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include "TestEnvironment.h"
 #include "kivcore/filesupport/CommonDirs.h"
 #include "kivcore/filesupport/Dir.h"
 #include "kivcore/filesupport/File.h"
@@ -71,9 +71,9 @@ TEST_F(FileSupportTest, ReadsWholeFilesOrGivesNull) {
 }
 
 TEST_F(FileSupportTest, ResourcesDirFromEnvironmentOrExecutable) {
-  ASSERT_EQ(setenv("KIVCORE_RESOURCES_DIR", mRoot.string().c_str(), 1), 0);
+  ASSERT_TRUE(kivcore::test::SetEnvironment("KIVCORE_RESOURCES_DIR", mRoot.string().c_str()));
   EXPECT_EQ(commondirs::ResourcesDir().FullPath(), Wide(mRoot));
-  unsetenv("KIVCORE_RESOURCES_DIR");
+  kivcore::test::ClearEnvironment("KIVCORE_RESOURCES_DIR");
   const std::filesystem::path program = ::testing::internal::GetArgvs().at(0);
   EXPECT_TRUE(File(commondirs::ResourcesDir(), Wide(program.filename())).Exists()) << program;
 }

@@ -9,6 +9,15 @@
 #include "kivcore/string/StringTypes.h"
 #include "kivcore/utility/Guid.h"
 
+// <windows.h> makes RegisterClass and UnregisterClass macros (their A/W forms); seen before this header they
+// would rename the members below in this translation unit only. Include <windows.h> first, or not at all.
+#ifdef RegisterClass
+#undef RegisterClass
+#endif
+#ifdef UnregisterClass
+#undef UnregisterClass
+#endif
+
 namespace kivcore::classref {
 
 class KIVCORE_EXPORT ClassFactory {

@@ -53,7 +53,9 @@ class InterfaceRef {
       return {};
     }
     auto* unknown = const_cast<UnknownBase*>(static_cast<const UnknownBase*>(mPointer.get()));
-    void* found = unknown->QueryInterface(U::kIID);
+    // A copy, not a reference: Windows DLLs do not export the constexpr id members of imported classes.
+    const utility::Guid iid = U::kIID;
+    void* found = unknown->QueryInterface(iid);
     if (found == nullptr) {
       return {};
     }
