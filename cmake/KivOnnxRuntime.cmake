@@ -27,14 +27,14 @@ endif()
 # _kiv_ort_search(<root>): looks in <root> only; leaves _kiv_ort_include and _kiv_ort_library.
 function(_kiv_ort_search root)
   find_path(_kiv_ort_include_found onnxruntime_c_api.h
-    HINTS "${root}" PATH_SUFFIXES include include/onnxruntime NO_DEFAULT_PATH NO_CACHE)
+    HINTS "${root}" PATH_SUFFIXES include include/onnxruntime NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH NO_CACHE)
   if(WIN32)
     # The runtime DLL; how to link against it is settled below.
     find_file(_kiv_ort_library_found onnxruntime.dll
-      HINTS "${root}" PATH_SUFFIXES "bin/${_kiv_ort_platform}" bin lib NO_DEFAULT_PATH NO_CACHE)
+      HINTS "${root}" PATH_SUFFIXES "bin/${_kiv_ort_platform}" bin lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH NO_CACHE)
   else()
     find_library(_kiv_ort_library_found onnxruntime
-      HINTS "${root}" PATH_SUFFIXES "lib/${_kiv_ort_platform}" lib lib64 NO_DEFAULT_PATH NO_CACHE)
+      HINTS "${root}" PATH_SUFFIXES "lib/${_kiv_ort_platform}" lib lib64 NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH NO_CACHE)
   endif()
   set(_kiv_ort_include "${_kiv_ort_include_found}" PARENT_SCOPE)
   set(_kiv_ort_library "${_kiv_ort_library_found}" PARENT_SCOPE)

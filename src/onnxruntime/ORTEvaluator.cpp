@@ -41,15 +41,20 @@ bool ProfilingRequested() {
   return database.HasEntry(key) && database.GetEntry(key) == "true";
 }
 
-// ONNX Runtime takes the profile file prefix in its own character type (wide on Windows).
-std::basic_string<ORTCHAR_T> ProfilePrefix(const kivcore::utility::ImmutableString& modelName) {
-  const std::string prefix = "profile_" + std::string(modelName.View());
-  if constexpr (std::is_same_v<ORTCHAR_T, char>) {
-    return prefix;
+// ONNX Runtime takes paths in its own character type (wide on Windows). A template, so that only the
+// branch for that type is compiled.
+template <class Char>
+std::basic_string<Char> InOrtCharacters(const std::string& text) {
+  if constexpr (std::is_same_v<Char, char>) {
+    return text;
   } else {
-    const kivcore::wstring wide = kivcore::string::UTF8to16(prefix);
-    return std::basic_string<ORTCHAR_T>(wide.begin(), wide.end());
+    const kivcore::wstring wide = kivcore::string::UTF8to16(text);
+    return std::basic_string<Char>(wide.begin(), wide.end());
   }
+}
+
+std::basic_string<ORTCHAR_T> ProfilePrefix(const kivcore::utility::ImmutableString& modelName) {
+  return InOrtCharacters<ORTCHAR_T>("profile_" + std::string(modelName.View()));
 }
 
 [[noreturn]] void ThrowBadFeature(const std::string& message) {

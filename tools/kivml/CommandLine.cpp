@@ -31,6 +31,8 @@ int CommandLine::Run(int argc, char** argv) const {
   CLI::App app("Runs, describes and benchmarks ONNX models through the kivml library.", "kivml");
   app.set_version_flag("--version", VersionText());
   app.require_subcommand(1);
+  // On Windows CLI11 would take "/path/model.onnx" for a "/option"; every option here is spelled "--".
+  app.allow_windows_style_options(false);
 
   Settings settings;
   InfoCommand info;
