@@ -29,6 +29,23 @@ packages=(
   libvulkan-dev
   libvkd3d-dev
   vulkan-tools
+  # The Windows build (scripts/test.sh --windows): MinGW, and Wine on an Xvfb display to run its tests.
+  g++-mingw-w64-x86-64-posix
+  wine
+  wine64
+  xvfb
+  # What Wine only recommends but DXGI (OpenGL on X) and Direct3D 12 (Vulkan) need under it.
+  libgl1
+  libgl1-mesa-dri
+  libvulkan1
+  libxcomposite1
+  libxcursor1
+  libxfixes3
+  libxi6
+  libxinerama1
+  libxrandr2
+  libxrender1
+  libxxf86vm1
 )
 
 # Packages whose bookworm version is too old: Dawn (ONNX Runtime's WebGPU provider) needs lavapipe from

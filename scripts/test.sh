@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
 # Bootstraps, configures, builds and runs every test.
-#   scripts/test.sh [--sanitize address|thread] [--build-dir DIR]
-# Build directories: build (plain), build-asan, build-tsan, unless --build-dir says otherwise.
+#   scripts/test.sh [--sanitize address|thread | --windows] [--build-dir DIR]
+# Build directories: build (plain), build-asan, build-tsan, build-windows, unless --build-dir says otherwise.
+# --windows cross-compiles for 64-bit Windows with MinGW and runs the tests under Wine, in a fresh Wine
+# prefix inside the build directory, on an Xvfb display of its own.
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
 usage() {
-  sed -n '2,4s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
+  sed -n '2,6s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"
 }
 
 sanitize=""
+windows=0
 build_dir=""
 while (($# > 0)); do
   case "$1" in
@@ -21,6 +24,10 @@ while (($# > 0)); do
       ;;
     --sanitize=*)
       sanitize="${1#*=}"
+      shift
+      ;;
+    --windows)
+      windows=1
       shift
       ;;
     --build-dir)
@@ -60,9 +67,17 @@ case "$sanitize" in
     exit 2
     ;;
 esac
+if ((windows)); then
+  [[ -z "$sanitize" ]] || { echo "test.sh: --windows builds without sanitizers" >&2; exit 2; }
+  default_dir=build-windows
+fi
 build_dir="${build_dir:-$root/$default_dir}"
 
 "$root/scripts/bootstrap.sh"
+
+if ((windows)); then
+  exec "$root/scripts/test_windows.sh" "$build_dir"
+fi
 
 cmake -S "$root" -B "$build_dir" -G Ninja \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
+#include "gpu/AdapterSelection.h"
 #include "kivcore/classref/ClassFactory.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/Trace.h"
@@ -69,9 +72,10 @@ TEST_F(ORTEvaluatorTest, LogicalAndOnBooleans) {
 TEST_F(ORTEvaluatorTest, ManyProducersGetTheirOwnRowsOfPaddedBatches) {
   const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add")), kBatchedInference);
   ASSERT_TRUE(evaluator);
+  // Sized from the free video memory of the machine's adapter: 8 without one.
   const int64_t batchSize = Backend(evaluator).GetSessionBatchSize();
-  EXPECT_EQ(batchSize, 8);  // no GPU memory to size it from
-  EXPECT_EQ(GetEvaluatorBatchSize(evaluator), 8U);
+  EXPECT_EQ(batchSize % 8, 0);
+  EXPECT_EQ(GetEvaluatorBatchSize(evaluator), static_cast<size_t>(batchSize));
   EXPECT_EQ(Backend(evaluator).GetInputDescriptions().at("input1")->GetTensorShape(),
             DescriptionShapeType({batchSize, 3}));
 
@@ -245,12 +249,20 @@ class ORTProfilingTest : public OrtTest {
     kivcore::debug::DebugDatabase::Instance().RemoveEntry("KIVSE.ORT.ProfileModels");
   }
 
-  // Profile files ONNX Runtime wrote for models named `name` in the working folder; removes them.
+  // Profile files ONNX Runtime wrote for models named `name` in the working folder; removes them. The
+  // session closes its file on a worker thread once the evaluator is gone, and Windows refuses to remove
+  // a file that is still open, so removal is retried for a while.
   static int TakeProfileFiles(const std::string& name) {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::current_path())) {
       if (entry.path().filename().string().starts_with("profile_" + name)) {
-        std::filesystem::remove(entry.path());
+        const auto deadline = std::chrono::steady_clock::now() + kFutureTimeout;
+        std::error_code error;
+        while (!std::filesystem::remove(entry.path(), error) && error &&
+               std::chrono::steady_clock::now() < deadline) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        EXPECT_FALSE(error) << entry.path() << ": " << error.message();
         ++count;
       }
     }
@@ -274,6 +286,7 @@ class ORTProfilingTest : public OrtTest {
 };
 
 TEST_F(ORTProfilingTest, OnlyExactlyTrueWritesAProfile) {
+  TakeProfileFiles("kivml_profiled");  // left by an interrupted run
   EXPECT_TRUE(ProfilesWith("true", "kivml_profiled"));
   EXPECT_EQ(TakeProfileFiles("kivml_profiled"), 1);
   EXPECT_FALSE(ProfilesWith("TRUE", "kivml_upper"));
@@ -282,6 +295,11 @@ TEST_F(ORTProfilingTest, OnlyExactlyTrueWritesAProfile) {
 }
 
 TEST_F(ORTProfilingTest, ACpuSessionAfterAFailedGpuAttemptIsNotProfiled) {
+  const gpu::SelectedAdapter hardware = gpu::SelectPlatformAdapter();
+  if (hardware.mAdapter) {
+    GTEST_SKIP() << "the GPU attempt does not fail on this machine's adapter: "
+                 << hardware.mDescription.mName;
+  }
   EXPECT_TRUE(ProfilesWith("true", "kivml_fallback", true));
   EXPECT_EQ(TakeProfileFiles("kivml_fallback"), 0);
 }

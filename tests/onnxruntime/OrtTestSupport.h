@@ -68,6 +68,17 @@ class OrtTest : public ::testing::Test {
     EXPECT_EQ(ResultOf(future), 0) << MessageOf(future);
     return future.HasValue() ? future.Get() : nullptr;
   }
+
+  // Runs one request through the "add" model, on the GPU when asked (or wherever the evaluator falls back
+  // to), and checks the sum.
+  static void ExpectAddModelAdds(bool onGpu) {
+    const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add"), onGpu), kUnbatchedInference);
+    ASSERT_TRUE(evaluator);
+    auto future = evaluator->QueueFeatures(MakeInputs({{"input1", MakeTensor<float>({1, 3}, {1, 1, 1})},
+                                                       {"input2", MakeTensor<float>({1, 3}, {2, 2, 2})}}));
+    ASSERT_EQ(ResultOf(future), 0) << MessageOf(future);
+    EXPECT_EQ(ValuesOf<float>(future.Get(), "output1"), std::vector<float>({3.0F, 3.0F, 3.0F}));
+  }
 };
 
 }  // namespace kivml::testing

@@ -7,6 +7,7 @@ import json
 import os
 import pty
 import shutil
+import shlex
 import subprocess
 import tempfile
 import unittest
@@ -14,6 +15,9 @@ import unittest
 import numpy as np
 
 KIVML = os.path.abspath(os.environ.get("KIVML_TOOL", ""))
+# What runs the tool when it is not a program of this machine (Wine, for the Windows build); empty otherwise.
+RUNNER = shlex.split(os.environ.get("KIVML_TOOL_RUNNER", ""))
+TOOL = [*RUNNER, KIVML]
 TEST_MODELS = os.environ.get("KIVML_TEST_MODELS", "")
 TOOL_MODELS = os.environ.get("KIVML_TOOL_MODELS", "")
 
@@ -31,7 +35,7 @@ class ToolTestCase(unittest.TestCase):
 
     def kivml(self, *args):
         """Runs the tool in the scratch folder with stderr piped, as under ctest or in a log."""
-        return subprocess.run([KIVML, *args], cwd=self.dir, capture_output=True, text=True, timeout=60)
+        return subprocess.run([*TOOL, *args], cwd=self.dir, capture_output=True, text=True, timeout=60)
 
     def succeed(self, *args):
         result = self.kivml(*args)
@@ -90,7 +94,7 @@ class RunTest(ToolTestCase):
         a, b = rng.random((1, 3), dtype=np.float32), rng.random((1, 3), dtype=np.float32)
         result = self.succeed("run", model("add"), "--input", "input1=" + self.save("a.npy", a),
                               "-i", "input2=" + self.save("b.npy", b), "--output-dir", "out", "--repeat", "3")
-        self.assertRegex(result.stdout, r"^output1\s+float32\s+\[1, 3\]\s+out/output1\.npy\n$")
+        self.assertRegex(result.stdout, r"^output1\s+float32\s+\[1, 3\]\s+out[/\\]output1\.npy\n$")
         self.assertIn("answers agree", result.stderr)
         output = self.load("out/output1.npy")
         self.assertEqual((output.dtype, output.shape), (np.float32, (1, 3)))
@@ -109,9 +113,9 @@ class RunTest(ToolTestCase):
         n = np.array([[3, -40000]], dtype=np.int32)
         out = self.succeed("run", model("mixed"), "-i", "x=" + self.save("x.npy", x), "-i", "k=" + self.save("k.npy", k),
                            "-i", "n=" + self.save("n.npy", n)).stdout
-        self.assertRegex(out, r"total/int64\s+int64\s+\[1, 3\]\s+\./total_int64\.npy")
-        self.assertRegex(out, r"total:int64\s+int64\s+\[1, 3\]\s+\./total_int64_2\.npy")
-        self.assertRegex(out, r"count:int32\s+int32\s+\[1, 3\]\s+\./count_int32\.npy")
+        self.assertRegex(out, r"total/int64\s+int64\s+\[1, 3\]\s+\.[/\\]total_int64\.npy")
+        self.assertRegex(out, r"total:int64\s+int64\s+\[1, 3\]\s+\.[/\\]total_int64_2\.npy")
+        self.assertRegex(out, r"count:int32\s+int32\s+\[1, 3\]\s+\.[/\\]count_int32\.npy")
         expected = {"doubled.npy": x + x, "total_int64.npy": k + x.astype(np.int64), "total_int64_2.npy": k,
                     "count_int32.npy": k.astype(np.int32), "n_squared.npy": n * n}
         for name, values in expected.items():
@@ -125,7 +129,8 @@ class RunTest(ToolTestCase):
             result = self.succeed("run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, flag, "-o", flag[2:])
             self.assertRegex(result.stdout, r"output1\s+float32\s+\[1, 3\]")
             np.testing.assert_array_equal(self.load(flag[2:] + "/output1.npy"), [[2, 4, 6]])
-        self.assertIn("asked for the GPU", result.stderr)
+        # Where the machine offers no hardware adapter the tool says why it ran on the CPU.
+        self.assertRegex(result.stderr, r"asked for the GPU|on GPU \(")
 
     def test_free_dimensions_take_the_array_shape(self):
         image = np.arange(20, dtype=np.float32).reshape(1, 1, 4, 5)
@@ -230,11 +235,12 @@ class BenchTest(ToolTestCase):
         self.fail_with(["bench", model("fixed_reshape"), "--requests", "2", "--concurrency", "2", "--warmup", "0"],
                        "request failed: 0xED6C0004", "Reshape", quiet=False)
 
+    @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
     def test_progress_bar_only_on_a_terminal(self):
         controller, terminal = pty.openpty()
         self.addCleanup(os.close, controller)
         with open(os.devnull, "w") as devnull:
-            process = subprocess.Popen([KIVML, "bench", model("add"), "--requests", "2000", "--concurrency", "1",
+            process = subprocess.Popen([*TOOL, "bench", model("add"), "--requests", "2000", "--concurrency", "1",
                                         "--unbatched", "--warmup", "0"], cwd=self.dir, stdout=devnull, stderr=terminal)
         os.close(terminal)
         drawn = b""
@@ -250,14 +256,16 @@ class BenchTest(ToolTestCase):
         self.assertIn(b"unbatched conc 1 kivml 1/4 [", drawn)
         self.assertTrue(drawn.endswith(b"\r"), drawn[-80:])  # the line is cleared at the end
 
+    @unittest.skipIf(RUNNER, "gnuplot is a program of this machine, which the Windows tool does not run")
     @unittest.skipUnless(shutil.which("gnuplot"), "needs gnuplot")
     def test_plot(self):
         self.succeed("bench", model("add"), "--requests", "4", "--concurrency", "1,2", "--warmup", "0", "--plot", "p.png")
         with open(os.path.join(self.dir, "p.png"), "rb") as file:
             self.assertEqual(file.read(8), b"\x89PNG\r\n\x1a\n")
 
+    @unittest.skipIf(RUNNER, "the runner needs PATH, which this test empties")
     def test_plot_without_gnuplot(self):
-        result = subprocess.run([KIVML, "bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched",
+        result = subprocess.run([*TOOL, "bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched",
                                  "--warmup", "0", "--plot", "p.png"], cwd=self.dir, capture_output=True, text=True,
                                 env={**os.environ, "PATH": self.dir}, timeout=60)
         self.assertNotEqual(result.returncode, 0)
