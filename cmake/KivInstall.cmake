@@ -51,3 +51,8 @@ if(KIV_ONNXRUNTIME_RUNTIME_FILES)
       RENAME "${KIV_ONNXRUNTIME_SONAME}" PERMISSIONS ${_kiv_ort_permissions})
   endif()
 endif()
+
+# MinGW programs load its C++ runtime DLLs, which a Windows machine does not have.
+if(KIV_MINGW_RUNTIME_FILES)
+  install(FILES ${KIV_MINGW_RUNTIME_FILES} DESTINATION "${CMAKE_INSTALL_BINDIR}")
+endif()

@@ -35,11 +35,6 @@ std::string HResultText(HRESULT result) {
   return std::to_string(static_cast<int32_t>(result));
 }
 
-[[noreturn]] void Fail(const char* what, HRESULT result) {
-  KIV_TRACE(kTraceCategory, 5, what + HResultText(result));
-  throw DMLSetupException(static_cast<int>(result));
-}
-
 // DirectML.dll, the one ONNX Runtime loads too, is found at run time: no import library is needed to
 // build, and a missing DLL is one more set-up failure rather than a process that cannot start.
 HRESULT CreateDMLDevice(ID3D12Device* device, gpu::ComPtr<IUnknown>& dmlDevice) {
@@ -79,7 +74,8 @@ void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   try {
     device = selected.mAdapter->CreateD3D12Device();
   } catch (const kivcore::kiv_exception& exception) {
-    Fail("Failed to create DX device: ", exception.GetResult());
+    KIV_TRACE(kTraceCategory, 5, "Failed to create DX device: " + HResultText(exception.GetResult()));
+    throw DMLSetupException(exception.GetResult());
   }
 
   D3D12_COMMAND_QUEUE_DESC queueDesc{};  // direct, normal priority, no flags, node 0
@@ -87,14 +83,16 @@ void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   HRESULT result =
       device->CreateCommandQueue(&queueDesc, IID_ID3D12CommandQueue, reinterpret_cast<void**>(&createdQueue));
   if (FAILED(result)) {
-    Fail("Failed to create DX inference command queue: ", result);
+    KIV_TRACE(kTraceCategory, 5, "Failed to create DX inference command queue: " + HResultText(result));
+    throw DMLSetupException(static_cast<int>(result));
   }
   const gpu::ComPtr<ID3D12CommandQueue> queue = gpu::AdoptCom(createdQueue);
 
   gpu::ComPtr<IUnknown> dmlDevice;
   result = CreateDMLDevice(device.get(), dmlDevice);
   if (FAILED(result)) {
-    Fail("Failed to create DML device: ", result);
+    KIV_TRACE(kTraceCategory, 5, "Failed to create DML device: " + HResultText(result));
+    throw DMLSetupException(static_cast<int>(result));
   }
 
   ThrowIfFailed(dmlApi->SessionOptionsAppendExecutionProvider_DML1(options, dmlDevice.get(), queue.get()));
