@@ -27,4 +27,10 @@ if [[ ! -f "$prefix/.kivml-ready" ]]; then
   fi
   exec 9>&-
 fi
+# A program of ours is started through start.exe, which waits and hands back the exit code Windows
+# recorded. Started directly, the exit status would be the Wine process's own, and Wine may kill that
+# with SIGKILL while Mesa's libraries still tear down after the program has ended (seen as status 137).
+if [[ -f "$1" ]]; then
+  exec wine start /wait /b /unix "$@"
+fi
 exec wine "$@"

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "gpu/AdapterSelection.h"
+#include "kivcore/config/kiv_exception.h"
 #include "kivml/gpu/D3D12.h"
 
 namespace kivml::gpu::test {
@@ -21,17 +22,26 @@ class SoftwareAdaptersAccepted {
   SoftwareAdaptersAccepted& operator=(const SoftwareAdaptersAccepted&) = delete;
 };
 
-// The name of the adapter tests would run on, or empty when the machine has no Vulkan device at all.
-inline std::string TestAdapterName() {
+// The adapter tests run on, software ones included. None where the platform's adapter factory cannot be
+// made either (DXGI without a display, under Wine).
+inline SelectedAdapter SelectTestAdapter() {
   SoftwareAdaptersAccepted accept;
-  const SelectedAdapter selected = SelectPlatformAdapter();
+  try {
+    return SelectPlatformAdapter();
+  } catch (const kivcore::kiv_exception&) {
+    return {};
+  }
+}
+
+// The name of the adapter tests would run on, or empty when the machine has none at all.
+inline std::string TestAdapterName() {
+  const SelectedAdapter selected = SelectTestAdapter();
   return selected.mAdapter ? selected.mDescription.mName : std::string();
 }
 
 // Null when there is no adapter; the caller skips then.
 inline ComPtr<ID3D12Device> CreateTestDevice() {
-  SoftwareAdaptersAccepted accept;
-  const SelectedAdapter selected = SelectPlatformAdapter();
+  const SelectedAdapter selected = SelectTestAdapter();
   return selected.mAdapter ? selected.mAdapter->CreateD3D12Device() : nullptr;
 }
 
