@@ -30,7 +30,8 @@ fi
 # A program of ours is started through start.exe, which waits and hands back the exit code Windows
 # recorded. Started directly, the exit status would be the Wine process's own, and Wine may kill that
 # with SIGKILL while Mesa's libraries still tear down after the program has ended (seen as status 137).
+# It starts the program in the current directory only when told (/d, as a Windows path: Z: is /).
 if [[ -f "$1" ]]; then
-  exec wine start /wait /b /unix "$@"
+  exec wine start /wait /b /d "Z:${PWD//\//\\}" /unix "$@"
 fi
 exec wine "$@"
