@@ -16,7 +16,9 @@ if [[ "${1:-}" == --run-suite ]]; then
   wineserver --persistent
   "$root/scripts/wine_run.sh" cmd.exe /c exit  # starts Wine's own services before the first test
   status=0
-  ctest --test-dir "$build_dir" --output-on-failure -j2 || status=$?
+  # A failed test runs once more: now and then Wine fails to start a program at all (no output, no code
+  # of ours run). A test that fails twice fails the run.
+  ctest --test-dir "$build_dir" --output-on-failure -j2 --repeat until-pass:2 || status=$?
   wineserver --kill || true
   exit "$status"
 fi
