@@ -17,9 +17,11 @@ namespace {
 // A pool of two heaps of 3 units + 100 bytes, of which three are leased (one made on demand).
 template <class Pool>
 void ExpectEveryHeapDescribedAs(D3D12_HEAP_TYPE type, const ComPtr<ID3D12Device>& device) {
+  // The leases outlive the pool, so that they release their heaps here. Returned to a live pool, the heaps
+  // would be destroyed on a worker once the pool had gone, perhaps as the process exits.
+  std::shared_ptr<DX12HeapWrapper> leases[3];
   const auto pool = std::make_shared<Pool>(kivcore::threads::GetCPUBoundExecutor(), 2, 100, 3, device);
   ASSERT_EQ(pool->Initialize(), 2u);
-  std::shared_ptr<DX12HeapWrapper> leases[3];
   for (auto& lease : leases) {
     const auto leased = pool->GetBuffer();
     ASSERT_EQ(kivml::testing::ResultOf(leased), 0);
