@@ -21,6 +21,7 @@
 #include "kivcore/threads/RecursiveMutex.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/IMLEvaluatorPrivate.h"
+#include "utility/ExitBarrier.h"
 #include "utility/QueuedFeatureRequest.h"
 
 namespace kivml {
@@ -88,6 +89,7 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   kivcore::threads::RecursiveMutex mMutex;
   RequestQueue mQueue;
   kivcore::threads::Gate mGate;
+  utility::ExitBarrier::GateWatch mGateWatch{mGate};  // a worker waiting for latecomers stops at exit
   ThrottleList mThrottles;
   bool mShouldUseBatching = false;
   std::atomic<size_t> mBatchSize{1};

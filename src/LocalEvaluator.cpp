@@ -16,6 +16,7 @@
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
 #include "kivcore/threads/ScopedLock.h"
+#include "kivcore/utility/Indestructible.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
 #include "utility/CalculateOptimalBatchSize.h"
@@ -235,16 +236,22 @@ LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(std::chrono::micro
 }
 
 void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin) {
-  static kivcore::debug::ProfileRegion predictRegion("kivmachinelearning.LocalEvaluator Predict");
+  static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> predictRegion(
+      "kivmachinelearning.LocalEvaluator Predict");
   for (RequestQueue requests = PopUnlessPaused(); !requests.empty(); requests = PopAfterIdleSpin(idleSpin)) {
-    for (auto& request : requests) {
+    for (; !requests.empty(); requests.pop_front()) {
+      if (utility::ExitBarrier::Exiting()) {
+        ErrorOutQueue(requests);  // the process goes away: answer now rather than drain the queue
+        return;
+      }
+      auto& request = requests.front();
       if (request.mPromise.IsAbandoned()) {
         continue;  // nobody waits for the answer
       }
       try {
         utility::FeatureContainerVector outputs;
         {
-          auto scope = predictRegion.Scope();
+          auto scope = predictRegion->Scope();
           outputs = Predict(request.mInputs);
         }
         request.mPromise.SetValue(std::move(outputs));
@@ -256,13 +263,18 @@ void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin
 }
 
 void LocalEvaluator::ProcessQueueThroughModelBatched() {
-  static kivcore::debug::ProfileRegion predictRegion("kivmachinelearning.LocalEvaluator PredictBatched");
+  static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> predictRegion(
+      "kivmachinelearning.LocalEvaluator PredictBatched");
   EvaluatorStatistician& statistician = tWorkerStatistician;
   const auto model = GetModel();
   const FeatureDescriptionVector descriptions =
       model ? model->GetInputFeatureDescriptions() : FeatureDescriptionVector();
   RequestQueue pending;  // taken from the queue but not yet in a batch
   for (;;) {
+    if (utility::ExitBarrier::Exiting()) {
+      ErrorOutQueue(pending);  // the process goes away: answer now rather than drain the queue
+      return;
+    }
     BatchContainer container(GetBatchSize(), descriptions);
     try {
       if (!FillBatchLoop(container, pending, statistician)) {
@@ -283,7 +295,7 @@ void LocalEvaluator::ProcessQueueThroughModelBatched() {
     int result = 0;
     BatchOutputs outputs;
     {
-      auto scope = predictRegion.Scope();
+      auto scope = predictRegion->Scope();
       EvaluatorStatistician::ScopedTimer timer(statistician, [this] { return mClock->Now(); });
       try {
         result = PredictBatched(container.GetBatchedFeatures(), outputs);
@@ -340,8 +352,9 @@ void LocalEvaluator::AdmitToBatch(BatchContainer& container, utility::QueuedFeat
 
 bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pending,
                                    const EvaluatorStatistician& statistician) {
-  static kivcore::debug::ProfileRegion fillRegion("kivmachinelearning.LocalEvaluator FillBatchLoop");
-  auto scope = fillRegion.Scope();
+  static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> fillRegion(
+      "kivmachinelearning.LocalEvaluator FillBatchLoop");
+  auto scope = fillRegion->Scope();
   const auto start = mClock->Now();
   const bool mustFill = MustFillBatch();
   for (;;) {
@@ -363,8 +376,8 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
         static_cast<std::chrono::milliseconds::rep>(container.BatchSize() - container.Size());
     const std::chrono::milliseconds wait = std::min(
         statistician.GetExpectedBatchInferenceTime(missingRows * kFillWaitPerMissingRow), kMaxFillWait);
-    if (!mClock->WaitAtGate(GetGate(), mClock->Now() + wait)) {
-      break;  // nobody came in time: run what we have
+    if (!mClock->WaitAtGate(GetGate(), mClock->Now() + wait) || utility::ExitBarrier::Exiting()) {
+      break;  // nobody came in time, or nobody will: run what we have
     }
   }
   const size_t dummyRows = mustFill ? container.FinalizeBatch() : 0;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 
+#include "kivcore/utility/Indestructible.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/TensorFeatureTypes.h"
 #include "onnxruntime/PredictException.h"
@@ -28,15 +29,16 @@ struct BytewiseLess {
 using ElementTypeMap = std::map<kivcore::utility::Guid, ElementType, BytewiseLess>;
 
 const ElementTypeMap& GetElementTypeMap() {
-  // Built on first use: the type ids are other translation units' statics.
-  static const ElementTypeMap map{
+  // Built on first use: the type ids are other translation units' statics. Never destroyed: evaluator
+  // workers convert tensors while the process exits.
+  static const kivcore::utility::Indestructible<ElementTypeMap> map(ElementTypeMap{
       {features::kInt32TensorFeatureType, {ONNX_TENSOR_ELEMENT_DATA_TYPE_INT32, 4}},
       {features::kInt64TensorFeatureType, {ONNX_TENSOR_ELEMENT_DATA_TYPE_INT64, 8}},
       {features::kFloat32TensorFeatureType, {ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT, 4}},
       {features::kDoubleTensorFeatureType, {ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE, 8}},
       {features::kBoolTensorFeatureType, {ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL, 1}},
-  };
-  return map;
+  });
+  return *map;
 }
 
 const ElementTypeMap::value_type* FindONNXType(ONNXTensorElementDataType type) {

@@ -11,6 +11,7 @@
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
 #include "kivcore/string/StringConversions.h"
+#include "kivcore/utility/Indestructible.h"
 #include "kivml/IONNXMLModelAccessor.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
@@ -299,7 +300,8 @@ std::vector<UniqueValue> ORTEvaluator::Run(const std::vector<const char*>& names
 }
 
 utility::FeatureContainerVector ORTEvaluator::Predict(const utility::FeatureContainerVector& inputs) {
-  static kivcore::debug::ProfileRegion region("kivmachinelearning.ORTEvaluator Predict");
+  static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> region(
+      "kivmachinelearning.ORTEvaluator Predict");
   if (!mSession) {
     throw PredictException(eNoSession);
   }
@@ -313,7 +315,7 @@ utility::FeatureContainerVector ORTEvaluator::Predict(const utility::FeatureCont
   }
   std::vector<UniqueValue> outputs;
   {
-    auto scope = region.Scope();
+    auto scope = region->Scope();
     outputs = Run(names, values);
   }
   utility::FeatureContainerVector result;
@@ -325,7 +327,8 @@ utility::FeatureContainerVector ORTEvaluator::Predict(const utility::FeatureCont
 }
 
 ORTEvaluator::BatchOutputs ORTEvaluator::PredictBatch(const BatchRows& batch) {
-  static kivcore::debug::ProfileRegion region("kivmachinelearning.ORTEvaluator PredictBatch");
+  static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> region(
+      "kivmachinelearning.ORTEvaluator PredictBatch");
   if (!mSession) {
     throw PredictException(eNoSession);
   }
@@ -358,7 +361,7 @@ ORTEvaluator::BatchOutputs ORTEvaluator::PredictBatch(const BatchRows& batch) {
   }
   std::vector<UniqueValue> outputs;
   {
-    auto scope = region.Scope();
+    auto scope = region->Scope();
     outputs = Run(names, values);
   }
   if (outputs.size() != mOutputNames.immutables.size()) {

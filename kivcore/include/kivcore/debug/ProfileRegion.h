@@ -1,7 +1,8 @@
 #pragma once
 // A named profiled region for call sites that want no setup:
-//   static ProfileRegion region("kivmachinelearning.LocalEvaluator Predict");
-//   auto scope = region.Scope();
+//   static utility::Indestructible<ProfileRegion> region("kivmachinelearning.LocalEvaluator Predict");
+//   auto scope = region->Scope();
+// (Indestructible where worker threads may pass the site while the process exits.)
 // Its log (one per region name, shared by regions of the same name) is made on the first timed pass.
 // Scope() asks CodeProfilerManager::Get() on every pass whether the region's volume is profiled and
 // gives an inert CodeProfiler when it is not. Safe to share between threads.

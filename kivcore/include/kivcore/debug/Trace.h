@@ -16,6 +16,7 @@
 
 #include "kivcore/debug/TraceSite.h"
 #include "kivcore/kivcore_export.h"
+#include "kivcore/utility/Indestructible.h"
 
 namespace kivcore::debug {
 
@@ -48,11 +49,13 @@ KIVCORE_EXPORT TraceSink SetTraceSink(TraceSink sink);
 }  // namespace kivcore::debug
 
 // Traces `expression` (a std::string) under `category` at `level`; the expression is evaluated only when
-// tracing is enabled. The call site keeps the category and level of its first pass.
-#define KIV_TRACE(category, level, expression)                                              \
-  do {                                                                                      \
-    static ::kivcore::debug::TraceSite kivTraceSite((category), (level));                   \
-    if (kivTraceSite.Enabled()) {                                                           \
-      ::kivcore::debug::Trace(kivTraceSite.Level(), kivTraceSite.Category(), (expression)); \
-    }                                                                                       \
+// tracing is enabled. The call site keeps the category and level of its first pass; it is never destroyed,
+// so that worker threads may still trace while the process exits.
+#define KIV_TRACE(category, level, expression)                                                      \
+  do {                                                                                              \
+    static ::kivcore::utility::Indestructible<::kivcore::debug::TraceSite> kivTraceSite((category), \
+                                                                                        (level));   \
+    if (kivTraceSite->Enabled()) {                                                                  \
+      ::kivcore::debug::Trace(kivTraceSite->Level(), kivTraceSite->Category(), (expression));       \
+    }                                                                                               \
   } while (false)
