@@ -2,7 +2,8 @@
 // Model objects made from an ONNX model, with their feature descriptions read from the model itself, so
 // that a host need not write them. Each description describes one request: a leading free dimension
 // (the batch) is described as 1, other free dimensions (image height, sequence length) stay -1. The
-// model supports batched inference when every input has a leading free dimension.
+// model supports batched inference when every input has a leading free dimension and every output
+// follows it, one row per row (not a sum over the rows, a fixed size or a count of something else).
 //
 // The library's initializers must have run. Failures throw kivcore::kiv_exception: eBadFeatureDescriptions
 // when ONNX Runtime cannot read the model (its message follows ours), and the same code for an empty

@@ -1,6 +1,7 @@
 #include "kivml/ONNXModelFactory.h"
 
 #include <algorithm>
+#include <set>
 #include <string>
 
 #include "kivcore/config/kiv_exception.h"
@@ -16,6 +17,8 @@ namespace kivml {
 namespace {
 
 using ort::ORTTensorDescription;
+using ort::UniqueSession;
+using ort::UniqueSessionOptions;
 
 [[noreturn]] void ThrowUnreadable(std::string_view name, std::string_view why) {
   const std::string message =
@@ -26,6 +29,61 @@ using ort::ORTTensorDescription;
 bool HasLeadingFreeDimension(const ORTTensorDescription& description) {
   const DescriptionShapeType shape = description.GetTensorShape();
   return description.GetKind() == FeatureKind::kTensor && !shape.empty() && shape.front() == -1;
+}
+
+// A size no real model gives a dimension, for telling which outputs follow the inputs' batch dimension.
+constexpr int64_t kProbeBatchSize = 7919;
+
+UniqueSession CreateSession(OrtEnv* env, const kivcore::allocator::RecycledMemory& payload,
+                            const OrtSessionOptions& options) {
+  OrtSession* session = nullptr;
+  ort::ThrowIfFailed(
+      ort::Api().CreateSessionFromArray(env, payload.Buffer(), payload.Size(), &options, &session));
+  return UniqueSession(session);
+}
+
+UniqueSessionOptions CreateSessionOptions(GraphOptimizationLevel level) {
+  const OrtApi& api = ort::Api();
+  OrtSessionOptions* options = nullptr;
+  ort::ThrowIfFailed(api.CreateSessionOptions(&options));
+  UniqueSessionOptions owned(options);
+  ort::ThrowIfFailed(api.DisablePerSessionThreads(options));
+  ort::ThrowIfFailed(api.SetSessionGraphOptimizationLevel(options, level));
+  return owned;
+}
+
+// Whether every output carries the inputs' batch dimension, so that a batch's outputs split into one row
+// per request. The batch is fixed to a probe size, by the inputs' names for it and by the "DATA_BATCH"
+// denotation, and ONNX Runtime's shape inference tells which outputs follow it: a sum over the rows, a
+// fixed-size output or one that counts something else does not. Exporters often name the outputs'
+// batch differently from the inputs', so names alone cannot tell.
+bool OutputsFollowTheBatch(OrtEnv* env, const kivcore::allocator::RecycledMemory& payload,
+                           const ORTTensorDescription::Descriptions& inputs) {
+  const UniqueSessionOptions options = CreateSessionOptions(ORT_ENABLE_BASIC);  // basic: shapes are inferred
+  const OrtApi& api = ort::Api();
+  ort::ThrowIfFailed(api.AddFreeDimensionOverride(options.get(), "DATA_BATCH", kProbeBatchSize));
+  std::set<std::string> batchNames;
+  for (const auto& input : inputs) {
+    const std::string& name = input->GetDimensionNames().front();
+    if (!name.empty() && batchNames.insert(name).second) {
+      ort::ThrowIfFailed(api.AddFreeDimensionOverrideByName(options.get(), name.c_str(), kProbeBatchSize));
+    }
+  }
+  const UniqueSession probe = CreateSession(env, payload, *options);
+  // An input whose batch has neither a name nor the denotation stays free; outputs can then only be
+  // asked to be free where it leads.
+  const auto probedInputs =
+      ORTTensorDescription::DescribeSession(*probe, ORTTensorDescription::SessionPart::kInputs);
+  const bool someBatchUnnamed = std::any_of(probedInputs.begin(), probedInputs.end(), [](const auto& input) {
+    return HasLeadingFreeDimension(*input);
+  });
+  const auto outputs =
+      ORTTensorDescription::DescribeSession(*probe, ORTTensorDescription::SessionPart::kOutputs);
+  return std::all_of(outputs.begin(), outputs.end(), [&](const auto& output) {
+    const DescriptionShapeType shape = output->GetTensorShape();
+    return output->GetKind() == FeatureKind::kTensor && !shape.empty() &&
+           (shape.front() == kProbeBatchSize || (someBatchUnnamed && shape.front() == -1));
+  });
 }
 
 // A request's view of `descriptions`: with batching, the leading free dimension is one item.
@@ -60,27 +118,18 @@ kivcore::classref::InterfaceRef<ModelMock> CreateONNXModelFromBuffer(
   }
   ORTTensorDescription::Descriptions inputs;
   ORTTensorDescription::Descriptions outputs;
+  bool batched = false;
   try {
-    const OrtApi& api = ort::Api();
-    OrtSessionOptions* rawOptions = nullptr;
-    ort::ThrowIfFailed(api.CreateSessionOptions(&rawOptions));
-    const ort::UniqueSessionOptions options(rawOptions);
-    ort::ThrowIfFailed(api.DisablePerSessionThreads(options.get()));
     // Only the interface is read: optimising the graph would be wasted work.
-    ort::ThrowIfFailed(api.SetSessionGraphOptimizationLevel(options.get(), ORT_DISABLE_ALL));
-    OrtSession* rawSession = nullptr;
-    ort::ThrowIfFailed(
-        api.CreateSessionFromArray(env, payload->Buffer(), payload->Size(), options.get(), &rawSession));
-    const ort::UniqueSession session(rawSession);
+    const UniqueSession session = CreateSession(env, *payload, *CreateSessionOptions(ORT_DISABLE_ALL));
     inputs = ORTTensorDescription::DescribeSession(*session, ORTTensorDescription::SessionPart::kInputs);
     outputs = ORTTensorDescription::DescribeSession(*session, ORTTensorDescription::SessionPart::kOutputs);
+    batched = !inputs.empty() && std::all_of(inputs.begin(), inputs.end(), [](const auto& description) {
+      return HasLeadingFreeDimension(*description);
+    }) && OutputsFollowTheBatch(env, *payload, inputs);
   } catch (const Ort::Exception& exception) {
     ThrowUnreadable(name.View(), exception.what());
   }
-  const bool batched =
-      !inputs.empty() && std::all_of(inputs.begin(), inputs.end(), [](const auto& description) {
-        return HasLeadingFreeDimension(*description);
-      });
   auto model = kivcore::classref::CreateObject<ModelMock>(
       std::move(name), std::move(payload), PerRequest(inputs, batched), PerRequest(outputs, batched));
   model->SetSupportsBatchedInference(batched);

@@ -368,7 +368,14 @@ ORTEvaluator::BatchOutputs ORTEvaluator::PredictBatch(const BatchRows& batch) {
     return result;
   }
   for (size_t i = 0; i < outputs.size(); ++i) {
-    FeatureRefVector features = SplitValue(std::move(outputs[i]), batch.size());
+    const std::string& name = mOutputNames.names[i];
+    // A first dimension that the model fixes to anything but the batch counts something else, even where
+    // it equals the rows by chance.
+    const DescriptionShapeType described = mOutputDescriptions.at(name)->GetTensorShape();
+    if (!described.empty() && described.front() >= 0 && described.front() != GetSessionBatchSize()) {
+      ThrowNotSplittable(name, described, batch.size());
+    }
+    FeatureRefVector features = SplitValue(name, std::move(outputs[i]), batch.size());
     for (size_t item = 0; item < batch.size(); ++item) {
       result[item].push_back({mOutputNames.immutables[i], std::move(features[item])});
     }

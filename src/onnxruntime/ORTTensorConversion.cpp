@@ -104,21 +104,29 @@ kivcore::classref::InterfaceRef<IMLFeature> WrapValue(UniqueValue value) {
       kivcore::classref::CreateObject<ORTTensorWrapper>(ORTTensorWrapper::Share(value.release())));
 }
 
-FeatureRefVector SplitValue(UniqueValue value, size_t itemCount) {
+FeatureRefVector SplitValue(std::string_view outputName, UniqueValue value, size_t itemCount) {
   OrtTensorTypeAndShapeInfo* rawInfo = nullptr;
   ThrowIfFailed(Api().GetTensorTypeAndShape(value.get(), &rawInfo));
   const DescriptionShapeType shape = ORTTensorDescription::ReadShape(*UniqueTensorInfo(rawInfo));
-  const bool batched = !shape.empty() && shape.front() == static_cast<int64_t>(itemCount);
-
+  if (shape.empty() || shape.front() != static_cast<int64_t>(itemCount)) {
+    ThrowNotSplittable(outputName, shape, itemCount);
+  }
   const std::shared_ptr<OrtValue> shared = ORTTensorWrapper::Share(value.release());
   FeatureRefVector features;
   features.reserve(itemCount);
   for (size_t item = 0; item < itemCount; ++item) {
-    auto wrapper = batched ? kivcore::classref::CreateObject<ORTTensorWrapper>(shared, item)
-                           : kivcore::classref::CreateObject<ORTTensorWrapper>(shared);
-    features.push_back(kivcore::classref::MakeInterfaceRef<IMLFeature>(std::move(wrapper)));
+    features.push_back(kivcore::classref::MakeInterfaceRef<IMLFeature>(
+        kivcore::classref::CreateObject<ORTTensorWrapper>(shared, item)));
   }
   return features;
+}
+
+void ThrowNotSplittable(std::string_view outputName, const DescriptionShapeType& shape, size_t itemCount) {
+  throw kivcore::kiv_exception(("Output '" + std::string(outputName) + "' has shape " + ShapeText(shape) +
+                                ": its first dimension does not count the " + std::to_string(itemCount) +
+                                " rows of the batch, so it cannot be split between the batched requests")
+                                   .c_str(),
+                               eInferenceFailure);
 }
 
 }  // namespace kivml::ort

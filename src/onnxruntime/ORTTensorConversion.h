@@ -40,8 +40,12 @@ UniqueValue JoinAsValue(std::span<const ITensorMLFeatureAccessor* const> items,
 // A feature that owns `value`.
 kivcore::classref::InterfaceRef<IMLFeature> WrapValue(UniqueValue value);
 
-// One feature per item of a batched `value`. When the value has no first dimension counting `itemCount`
-// items (an output that is not batched), every item gets the whole value.
-FeatureRefVector SplitValue(UniqueValue value, size_t itemCount);
+// One feature per item of the batched output `outputName`: item i gets slice i along the first dimension.
+// Throws kiv_exception(eInferenceFailure) when that dimension does not count `itemCount` items (an output
+// over all rows together, such as a sum), as no item's share of it can be told.
+FeatureRefVector SplitValue(std::string_view outputName, UniqueValue value, size_t itemCount);
+// The failure SplitValue raises, for an output of `shape` that cannot be split into `itemCount` rows.
+[[noreturn]] void ThrowNotSplittable(std::string_view outputName, const DescriptionShapeType& shape,
+                                     size_t itemCount);
 
 }  // namespace kivml::ort

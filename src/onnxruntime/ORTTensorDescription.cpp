@@ -71,6 +71,12 @@ void ORTTensorDescription::Describe(const OrtTensorTypeAndShapeInfo& tensorInfo)
   mKind = FeatureKind::kTensor;
   ThrowIfFailed(Api().GetTensorElementType(&tensorInfo, &mElementType));
   mShape = ReadShape(tensorInfo);
+  std::vector<const char*> names(mShape.size(), nullptr);
+  ThrowIfFailed(Api().GetSymbolicDimensions(&tensorInfo, names.data(), names.size()));
+  mDimensionNames.clear();
+  for (const char* name : names) {
+    mDimensionNames.emplace_back(name != nullptr ? name : "");
+  }
 }
 
 }  // namespace kivml::ort

@@ -6,6 +6,7 @@
 #include <onnxruntime_c_api.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "kivcore/classref/Implements.h"
@@ -29,6 +30,9 @@ class ORTTensorDescription final : public kivcore::classref::Implements<ITensorF
   DescriptionShapeType GetTensorShape() const override { return mShape; }
 
   ONNXTensorElementDataType GetONNXElementType() const noexcept { return mElementType; }
+  // The model's name for each dimension ("N", "batch_size"); empty where it has none. Empty for
+  // descriptions not read from a session.
+  const std::vector<std::string>& GetDimensionNames() const noexcept { return mDimensionNames; }
 
   enum class SessionPart { kInputs, kOverridableInitializers, kOutputs };
   using Descriptions = std::vector<std::shared_ptr<ORTTensorDescription>>;
@@ -45,6 +49,7 @@ class ORTTensorDescription final : public kivcore::classref::Implements<ITensorF
   FeatureKind mKind = FeatureKind::kOther;
   ONNXTensorElementDataType mElementType = ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
   DescriptionShapeType mShape;
+  std::vector<std::string> mDimensionNames;
 };
 
 }  // namespace kivml::ort

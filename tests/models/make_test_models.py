@@ -54,7 +54,38 @@ def main(folder):
          [tensor("x", TensorProto.FLOAT, ["L"])], [tensor("y", TensorProto.FLOAT, [2, 3])])
     save(folder, "half", [helper.make_node("Identity", ["x"], ["y"])],
          [tensor("x", TensorProto.FLOAT16, [1, 2])], [tensor("y", TensorProto.FLOAT16, [1, 2])])
+    save_batch_axis_models(folder)
     save_classifier(folder)
+
+
+def save_batch_axis_models(folder):
+    """Models whose outputs do or do not carry the inputs' batch dimension."""
+    rows = [tensor("x", TensorProto.FLOAT, ["N", 3])]
+    # Sums over the batch: one output for all rows together.
+    axes = helper.make_tensor("axes", TensorProto.INT64, [1], [0])
+    save(folder, "sum_rows",
+         [helper.make_node("Constant", [], ["axes"], value=axes),
+          helper.make_node("ReduceSum", ["x", "axes"], ["sum"], keepdims=0)],
+         rows, [tensor("sum", TensorProto.FLOAT, [3])])
+    # Indices of the non-zero elements of all rows together: [2, count].
+    save(folder, "nonzero", [helper.make_node("NonZero", ["x"], ["indices"])], rows,
+         [tensor("indices", TensorProto.INT64, [2, "count"])])
+    # Each row twice: the output's leading dimension is free, but counts twice the rows.
+    save(folder, "twice_rows", [helper.make_node("Concat", ["x", "x"], ["twice"], axis=0)], rows,
+         [tensor("twice", TensorProto.FLOAT, ["M", 3])])
+    # The batch under another name in the output, as exporters often write it: still one row per row.
+    save(folder, "renamed_batch", [helper.make_node("Relu", ["x"], ["y"])], rows,
+         [tensor("y", TensorProto.FLOAT, ["B", 3])])
+    # The first column divided by the second, in integers: a zero divisor fails the run.
+    first = helper.make_tensor("first", TensorProto.INT64, [], [0])
+    second = helper.make_tensor("second", TensorProto.INT64, [], [1])
+    save(folder, "int_div",
+         [helper.make_node("Constant", [], ["first"], value=first),
+          helper.make_node("Constant", [], ["second"], value=second),
+          helper.make_node("Gather", ["pair", "first"], ["dividend"], axis=1),
+          helper.make_node("Gather", ["pair", "second"], ["divisor"], axis=1),
+          helper.make_node("Div", ["dividend", "divisor"], ["quotient"])],
+         [tensor("pair", TensorProto.INT32, ["N", 2], True)], [tensor("quotient", TensorProto.INT32, ["N"], True)])
 
 
 def save_classifier(folder):

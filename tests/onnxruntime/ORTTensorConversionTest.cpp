@@ -54,24 +54,33 @@ TEST(ORTTensorConversion, ItemsOfABatchedValueAreItsSlices) {
   for (int32_t i = 0; i < 6; ++i) {
     static_cast<int32_t*>(data)[i] = i;
   }
-  const FeatureRefVector items = SplitValue(UniqueValue(raw), 3);
+  const FeatureRefVector items = SplitValue("y", UniqueValue(raw), 3);
   ASSERT_EQ(items.size(), 3U);
   const auto last = items[2].Query<ITensorMLFeatureAccessor>();
   EXPECT_EQ(last->GetShape(), ShapeType({1, 2}));
   EXPECT_EQ(last->GetCount(), 2U);
   EXPECT_EQ(static_cast<const int32_t*>(last->GetData())[0], 4);
   EXPECT_EQ(static_cast<const int32_t*>(last->GetData())[1], 5);
+}
 
-  // An output without a first dimension counting the items goes whole to each of them.
-  OrtValue* scalar = nullptr;
-  ThrowIfFailed(Api().CreateTensorAsOrtValue(DefaultAllocator(), nullptr, 0,
-                                             ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT, &scalar));
-  const FeatureRefVector whole = SplitValue(UniqueValue(scalar), 2);
-  ASSERT_EQ(whole.size(), 2U);
-  for (const auto& item : whole) {
-    EXPECT_EQ(item.Query<ITensorMLFeatureAccessor>()->GetCount(), 1U);
-    EXPECT_TRUE(item.Query<ITensorMLFeatureAccessor>()->GetShape().empty());
-  }
+TEST(ORTTensorConversion, AnOutputWithoutARowPerItemIsNotSplit) {
+  // A scalar, or a first dimension counting something else than the items: no item's share can be told,
+  // and handing every item the whole value would show each request the others' data.
+  const auto expectRefused = [](std::vector<int64_t> shape, size_t items) {
+    OrtValue* raw = nullptr;
+    ThrowIfFailed(Api().CreateTensorAsOrtValue(DefaultAllocator(), shape.data(), shape.size(),
+                                               ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT, &raw));
+    try {
+      (void)SplitValue("sum", UniqueValue(raw), items);
+      ADD_FAILURE() << "split into " << items;
+    } catch (const kivcore::kiv_exception& exception) {
+      EXPECT_EQ(exception.GetResult(), eInferenceFailure);
+      EXPECT_NE(std::string(exception.what()).find("Output 'sum'"), std::string::npos) << exception.what();
+    }
+  };
+  expectRefused({}, 2);
+  expectRefused({3}, 2);
+  expectRefused({1, 3}, 2);
 }
 
 TEST(ORTEnvironment, LeavesTwoProcessorsToTheHostOnLargerMachines) {
