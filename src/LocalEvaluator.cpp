@@ -10,8 +10,10 @@
 
 #include "gpu/AvailableVideoMemory.h"
 #include "kivcore/config/ExceptionResult.h"
+#include "kivcore/config/NestedException.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/debug/Assert.h"
+#include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/ProfileRegion.h"
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
@@ -43,6 +45,8 @@ struct LoadCompletion {
 // factors stay 0: the estimate is the first measured batch time.
 thread_local EvaluatorStatistician tWorkerStatistician;
 
+constexpr const char* kPredictError = "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError";
+
 // Read once per evaluator, when its worker starts; a value that is not a whole number keeps the default.
 std::chrono::microseconds ReadIdleSpin() {
   const std::optional<uint64_t> microseconds = utility::ReadWholeNumberSetting("kivml.IdleSpinMicroseconds");
@@ -50,6 +54,13 @@ std::chrono::microseconds ReadIdleSpin() {
     return LocalEvaluator::kDefaultIdleSpin;
   }
   return std::chrono::microseconds(*microseconds);
+}
+
+// Read once per evaluator, when its worker starts: "false" or "0" turns the retry off.
+bool ReadRetryRowsAlone() {
+  const std::string value = kivcore::debug::DebugDatabase::Instance().GetEntry(
+      std::string_view(LocalEvaluator::kRetryRowsAloneKey), std::string_view("true"));
+  return value != "false" && value != "0";
 }
 
 }  // namespace
@@ -161,13 +172,14 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
       std::dynamic_pointer_cast<LocalEvaluator>(GetSharedFromThis());
   const bool batched = GetShouldUseBatching();
   const std::chrono::microseconds idleSpin = ReadIdleSpin();
+  const bool retryRowsAlone = ReadRetryRowsAlone();
   auto trigger = kivcore::threads::QueueOnlyOnce::Create(
-      [weakSelf, batched, idleSpin] {
+      [weakSelf, batched, idleSpin, retryRowsAlone] {
         // Left after `self`: the run may end by destroying the evaluator.
         const utility::ExitBarrier::Scope inFlight;
         if (const auto self = weakSelf.lock()) {
           if (batched) {
-            self->ProcessQueueThroughModelBatched();
+            self->ProcessQueueThroughModelBatched(retryRowsAlone);
           } else {
             self->ProcessQueueThroughModel(idleSpin);
           }
@@ -262,9 +274,7 @@ void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin
   }
 }
 
-void LocalEvaluator::ProcessQueueThroughModelBatched() {
-  static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> predictRegion(
-      "kivmachinelearning.LocalEvaluator PredictBatched");
+void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
   EvaluatorStatistician& statistician = tWorkerStatistician;
   const auto model = GetModel();
   const FeatureDescriptionVector descriptions =
@@ -292,46 +302,89 @@ void LocalEvaluator::ProcessQueueThroughModelBatched() {
       }
       return;
     }
-    int result = 0;
-    BatchOutputs outputs;
+    BatchRun run;
     {
-      auto scope = predictRegion->Scope();
       EvaluatorStatistician::ScopedTimer timer(statistician, [this] { return mClock->Now(); });
-      try {
-        result = PredictBatched(container.GetBatchedFeatures(), outputs);
-      } catch (...) {
-        const std::exception_ptr exception = std::current_exception();
-        kivcore::logging::LogException(exception, "kivml::LocalEvaluator::Predict*", nullptr);
-        result = kivcore::config::ExtractResultFromException(exception);
-      }
+      run = RunBatch(container);
     }
-    if (!kivcore::ResultSucceeded(result)) {
-      kivcore::logging::LogMessage("PredictBatched has a non-zero result code");
-      KIV_ASSERT(kivcore::ResultSucceeded(result), "kivml::LocalEvaluator::ProcessQueueThroughModelBatched");
+    // Running the same single row again would only fail again.
+    const bool worthRetrying = container.Size() > 1 && !container.GetBatchedPromises().empty();
+    if (!kivcore::ResultSucceeded(run.result) && retryRowsAlone && worthRetrying) {
+      RetryRowsAlone(container, descriptions);
+    } else {
+      AnswerBatch(container, run);
     }
-    AnswerBatch(container, result, outputs);
   }
 }
 
-void LocalEvaluator::AnswerBatch(BatchContainer& container, int result, BatchOutputs& outputs) {
-  static constexpr const char* kPredictError =
-      "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError";
+LocalEvaluator::BatchRun LocalEvaluator::RunBatch(const BatchContainer& container) {
+  static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> predictRegion(
+      "kivmachinelearning.LocalEvaluator PredictBatched");
+  BatchRun run;
+  {
+    auto scope = predictRegion->Scope();
+    try {
+      run.result = PredictBatched(container.GetBatchedFeatures(), run.outputs);
+    } catch (...) {
+      run.cause = std::current_exception();
+      kivcore::logging::LogException(run.cause, "kivml::LocalEvaluator::Predict*", nullptr);
+      run.result = kivcore::config::ExtractResultFromException(run.cause);
+    }
+  }
+  if (const int result = run.result; !kivcore::ResultSucceeded(result)) {
+    kivcore::logging::LogMessage("PredictBatched has a non-zero result code");
+    KIV_ASSERT(kivcore::ResultSucceeded(result), "kivml::LocalEvaluator::ProcessQueueThroughModelBatched");
+  }
+  return run;
+}
+
+void LocalEvaluator::RetryRowsAlone(BatchContainer& failed, const FeatureDescriptionVector& descriptions) {
+  // Padding, where the backend needs it, repeats the row itself: zero-filled rows can fail a model
+  // (a division) that the row alone passes.
+  const bool pad = !CanRunShortBatch();
+  for (RequestQueue requests = failed.TakeRequests(); !requests.empty(); requests.pop_front()) {
+    if (utility::ExitBarrier::Exiting()) {
+      ErrorOutQueue(requests);
+      return;
+    }
+    BatchContainer alone(failed.BatchSize(), descriptions);
+    if (!alone.AddToBatch(std::move(requests.front()))) {
+      continue;  // nobody waits for the answer any more
+    }
+    if (pad) {
+      const utility::FeatureContainerVector row = alone.GetBatchedFeatures().front();
+      alone.PadWith(row);
+    }
+    AnswerBatch(alone, RunBatch(alone));
+  }
+}
+
+void LocalEvaluator::AnswerBatch(BatchContainer& container, BatchRun run) {
   auto& promises = container.GetBatchedPromises();
-  if (!kivcore::ResultSucceeded(result)) {
+  if (!kivcore::ResultSucceeded(run.result)) {
     for (auto& promise : promises) {
-      promise.SetException(kivcore::kiv_exception(kPredictError, result));
+      promise.SetException(
+          kivcore::config::MakeNestedException(kivcore::kiv_exception(kPredictError, run.result), run.cause));
     }
     return;
   }
-  // Rows past the real requests are padding: their outputs are dropped with `outputs`.
-  const size_t answered = std::min(promises.size(), outputs.size());
+  // Rows past the real requests are padding: their outputs are dropped with `run`.
+  const size_t answered = std::min(promises.size(), run.outputs.size());
   for (size_t row = 0; row < answered; ++row) {
-    promises[row].SetValue(std::move(outputs[row]));
+    promises[row].SetValue(std::move(run.outputs[row]));
   }
   // A backend that returned fewer rows than it was given must not leave requests without an answer.
   for (size_t row = answered; row < promises.size(); ++row) {
-    promises[row].SetException(kivcore::kiv_exception(kPredictError, eInferenceFailure));
+    const std::string cause = "The backend returned " + std::to_string(run.outputs.size()) +
+                              " output rows for a batch of " + std::to_string(container.Size());
+    promises[row].SetException(kivcore::config::MakeNestedException(
+        kivcore::kiv_exception(kPredictError, eInferenceFailure),
+        std::make_exception_ptr(kivcore::kiv_exception(cause.c_str(), eInferenceFailure))));
   }
+}
+
+bool LocalEvaluator::CanRunShortBatch() const {
+  return false;
 }
 
 void LocalEvaluator::CheckBatchRow(const utility::FeatureContainerVector& /*row*/,

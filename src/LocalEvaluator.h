@@ -18,6 +18,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <vector>
 
@@ -45,6 +46,10 @@ class LocalEvaluator : public BaseMLEvaluator {
   // its next request as soon as an answer arrives then skips a thread wake-up, which costs tens of
   // microseconds on small and virtual machines.
   static constexpr std::chrono::microseconds kDefaultIdleSpin{200};
+  // A batch whose prediction fails has its requests run again one by one, so that only those that fail
+  // alone are failed; the debug-database key "kivml.RetryFailedBatchRows" set to "false" or "0" turns
+  // that off, and then one failure fails the whole batch.
+  static constexpr const char* kRetryRowsAloneKey = "kivml.RetryFailedBatchRows";
 
   ~LocalEvaluator() override;
 
@@ -77,6 +82,9 @@ class LocalEvaluator : public BaseMLEvaluator {
   // One prediction over every row of `batch`; fills `outputs` with one vector per row, in row order, and
   // returns a result code.
   virtual int PredictBatched(const BatchRows& batch, BatchOutputs& outputs) = 0;
+  // Whether PredictBatched runs a batch with fewer rows than the batch size. When it cannot, a request
+  // run again alone is padded with copies of itself. False unless overridden.
+  virtual bool CanRunShortBatch() const;
   // Admits a request into a batch whose first row is `firstRow` (null for the first row): throws when the
   // request cannot share a prediction with it, which fails that request alone. Admits everything unless
   // overridden.
@@ -100,13 +108,27 @@ class LocalEvaluator : public BaseMLEvaluator {
   RequestQueue PopAfterIdleSpin(std::chrono::microseconds idleSpin);
   // The single loop: predicts each queued request on its own until the queue stays empty for `idleSpin`.
   void ProcessQueueThroughModel(std::chrono::microseconds idleSpin);
-  // The batched loop: fills, predicts and answers batches until the queue is empty.
-  void ProcessQueueThroughModelBatched();
+  // What one batched prediction gave: its result code, the backend's exception when it threw, and the
+  // output rows.
+  struct BatchRun {
+    int result = 0;
+    std::exception_ptr cause;
+    BatchOutputs outputs;
+  };
+
+  // The batched loop: fills, predicts and answers batches until the queue is empty. With
+  // `retryRowsAlone`, the requests of a failed batch run again one by one.
+  void ProcessQueueThroughModelBatched(bool retryRowsAlone);
+  // PredictBatched over the container's rows; a failure is logged and asserted against.
+  BatchRun RunBatch(const utility::BatchContainer& container);
+  // Runs each real request of `failed` alone and answers it from that run.
+  void RetryRowsAlone(utility::BatchContainer& failed, const FeatureDescriptionVector& descriptions);
   // Fills `container` from `pending` and the queue, waiting for latecomers when the backend wants full
   // batches. False when there is nothing to run.
   bool FillBatchLoop(utility::BatchContainer& container, RequestQueue& pending,
                      const utility::EvaluatorStatistician& statistician);
-  void AnswerBatch(utility::BatchContainer& container, int result, BatchOutputs& outputs);
+  // Answers the container's requests from `run`: their rows, or the failure with its cause attached.
+  void AnswerBatch(utility::BatchContainer& container, BatchRun run);
   // Adds `request` to `container` unless CheckBatchRow refuses it, which fails the request.
   void AdmitToBatch(utility::BatchContainer& container, utility::QueuedFeatureRequest&& request);
 

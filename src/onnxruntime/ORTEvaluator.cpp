@@ -195,6 +195,11 @@ int ORTEvaluator::LoadModel() {
   }
   WaitForWorkersAtExit(onGPU);
   DescribeModel();
+  mRunsShortBatches =
+      !onGPU && std::none_of(mInputDescriptions.begin(), mInputDescriptions.end(), [](const auto& entry) {
+        const DescriptionShapeType shape = entry.second->GetTensorShape();
+        return !shape.empty() && shape.front() >= 0;
+      });
   mLoaded.store(true);
   return 0;
 }

@@ -54,6 +54,9 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   const char* GetEvaluatorTypeName() const override { return "ORT"; }
   int LoadModel() override;
   bool MustFillBatch() const override { return true; }
+  // CPU sessions whose inputs keep a free first dimension. GPU sessions are held to fixed shapes, and an
+  // input denoted "DATA_BATCH" is fixed to the batch size by the session itself.
+  bool CanRunShortBatch() const override { return mRunsShortBatches; }
   utility::FeatureContainerVector Predict(const utility::FeatureContainerVector& inputs) override;
   int PredictBatched(const BatchRows& batch, BatchOutputs& outputs) override;
   void CheckBatchRow(const utility::FeatureContainerVector& row,
@@ -102,6 +105,7 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   UniqueSession mSession;
   std::atomic<bool> mLoaded{false};  // read by CheckHealth on any thread
   bool mProfilingEnabled = false;
+  bool mRunsShortBatches = false;  // set by LoadModel
   std::optional<int64_t> mBatchSize;
   DescriptionMap mInputDescriptions;
   DescriptionMap mOutputDescriptions;

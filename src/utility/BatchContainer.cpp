@@ -67,16 +67,30 @@ bool BatchContainer::AddToBatch(QueuedFeatureRequest&& request) {
 }
 
 size_t BatchContainer::FinalizeBatch() {
-  const size_t count = mBatchSize > mBatchedFeatures.size() ? mBatchSize - mBatchedFeatures.size() : 0;
-  if (count == 0) {
+  if (IsFull()) {
     return 0;
   }
   // Every dummy row shares the same zero-filled tensors: backends only read their inputs.
-  const FeatureContainerVector dummy = CreateDummyTensors(
-      mBatchedFeatures.empty() ? mInputDescriptions
-                               : SizeFreeDimensions(mInputDescriptions, mBatchedFeatures.front()));
-  mBatchedFeatures.insert(mBatchedFeatures.end(), count, dummy);
+  return PadWith(CreateDummyTensors(mBatchedFeatures.empty()
+                                        ? mInputDescriptions
+                                        : SizeFreeDimensions(mInputDescriptions, mBatchedFeatures.front())));
+}
+
+size_t BatchContainer::PadWith(const FeatureContainerVector& row) {
+  const size_t count = mBatchSize > mBatchedFeatures.size() ? mBatchSize - mBatchedFeatures.size() : 0;
+  // Copies share the row's tensors, not their bytes.
+  mBatchedFeatures.insert(mBatchedFeatures.end(), count, row);
   return count;
+}
+
+FeatureRequestQueue BatchContainer::TakeRequests() {
+  FeatureRequestQueue requests;
+  for (size_t row = 0; row < mBatchedPromises.size(); ++row) {
+    requests.emplace_back(std::move(mBatchedPromises[row]), std::move(mBatchedFeatures[row]));
+  }
+  mBatchedPromises.clear();
+  mBatchedFeatures.clear();
+  return requests;
 }
 
 }  // namespace kivml::utility

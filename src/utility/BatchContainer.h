@@ -41,6 +41,10 @@ class BatchContainer {
 
   // Pads the batch with dummy rows (no promise) up to the batch size; returns how many it added.
   size_t FinalizeBatch();
+  // Pads the batch with copies of `row` (no promise) up to the batch size; returns how many it added.
+  size_t PadWith(const FeatureContainerVector& row);
+  // Takes the real rows back out as requests, in order, and empties the batch.
+  FeatureRequestQueue TakeRequests();
 
   bool IsEmpty() const noexcept { return mBatchedFeatures.empty(); }
   bool IsFull() const noexcept { return mBatchedFeatures.size() >= mBatchSize; }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -80,6 +81,58 @@ TEST_F(BatchedAnswersTest, EachRowOfARenamedBatchGoesToItsOwnRequest) {
   ASSERT_EQ(ResultOf(futures[1]), 0) << MessageOf(futures[1]);
   EXPECT_EQ(ValuesOf<float>(futures[0].Get(), "y"), std::vector<float>({1, 0, 2}));
   EXPECT_EQ(ValuesOf<float>(futures[1].Get(), "y"), std::vector<float>({0, 4, 5}));
+}
+
+// The message of the cause nested in a failed future's exception; empty when there is none.
+std::string CauseOf(const Future& future) {
+  if (!future.WaitFor(kFutureTimeout) || !future.HasException()) {
+    return {};
+  }
+  try {
+    std::rethrow_exception(future.GetException());
+  } catch (const std::exception& outer) {
+    try {
+      std::rethrow_if_nested(outer);
+    } catch (const std::exception& cause) {
+      return cause.what();
+    }
+  }
+  return {};
+}
+
+utility::FeatureContainerVector Division(int32_t dividend, int32_t divisor) {
+  return MakeInputs({{"pair", MakeTensor<int32_t>({1, 2}, {dividend, divisor})}});
+}
+
+TEST_F(BatchedAnswersTest, OneBadRequestFailsOnlyItselfWithOnnxRuntimesReasonAttached) {
+  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("int_div")), kBatchedInference);
+  ASSERT_TRUE(evaluator);
+  const auto quotient = [](const Future& future) { return ValuesOf<int32_t>(future.Get(), "quotient"); };
+
+  // Alone in its batch, a valid request is padded with zero-filled rows, which divide by zero.
+  auto alone = evaluator->QueueFeatures(Division(5, 4));
+  ASSERT_EQ(ResultOf(alone), 0) << MessageOf(alone) << ": " << CauseOf(alone);
+  EXPECT_EQ(quotient(alone), std::vector<int32_t>({1}));
+
+  constexpr int kBad = 5;
+  const size_t count = 2 * GetEvaluatorBatchSize(evaluator);
+  ASSERT_TRUE(evaluator->Pause());
+  std::vector<Future> futures;
+  for (size_t i = 0; i < count; ++i) {
+    futures.push_back(evaluator->QueueFeatures(Division(static_cast<int32_t>(10 * i), i == kBad ? 0 : 2)));
+  }
+  ASSERT_TRUE(evaluator->Resume());
+  for (size_t i = 0; i < count; ++i) {
+    if (i == kBad) {
+      EXPECT_EQ(ResultOf(futures[i]), eInferenceFailure);
+      EXPECT_EQ(MessageOf(futures[i]), "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError");
+      EXPECT_NE(CauseOf(futures[i]).find("Integer division by zero"), std::string::npos)
+          << CauseOf(futures[i]);
+    } else {
+      ASSERT_EQ(ResultOf(futures[i]), 0) << i << ": " << MessageOf(futures[i]) << ": " << CauseOf(futures[i]);
+      EXPECT_EQ(quotient(futures[i]), std::vector<int32_t>({static_cast<int32_t>(5 * i)}));
+    }
+  }
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <exception>
+#include <functional>
 #include <future>
 #include <memory>
 #include <string>
@@ -7,6 +10,7 @@
 
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/debug/Assert.h"
+#include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
 #include "kivml/ResultCodes.h"
@@ -111,7 +115,39 @@ TEST_F(LocalEvaluatorTest, BackendWithoutFullBatchesNeitherWaitsNorPads) {
   EXPECT_TRUE(mClock->Waits().empty());
 }
 
-TEST_F(LocalEvaluatorTest, FailedBatchFailsItsRequestsAndTheNextBatchStillRuns) {
+// The cause attached to a failed future's exception; empty when there is none.
+std::string CauseOf(const RequestFuture& future) {
+  if (!future.HasException()) {
+    return {};
+  }
+  try {
+    std::rethrow_exception(future.GetException());
+  } catch (const std::exception& outer) {
+    try {
+      std::rethrow_if_nested(outer);
+    } catch (const std::exception& cause) {
+      return cause.what();
+    }
+  }
+  return {};
+}
+
+// Sets the debug-database entry for the life of the scope.
+class ScopedSetting {
+ public:
+  ScopedSetting(const char* key, const char* value) : mKey(key) {
+    kivcore::debug::DebugDatabase::Instance().SetEntry(key, value);
+  }
+  ~ScopedSetting() { kivcore::debug::DebugDatabase::Instance().RemoveEntry(mKey); }
+  ScopedSetting(const ScopedSetting&) = delete;
+  ScopedSetting& operator=(const ScopedSetting&) = delete;
+
+ private:
+  const char* mKey;
+};
+
+TEST_F(LocalEvaluatorTest, WithoutRetriesAFailedBatchFailsItsRequestsAndTheNextBatchStillRuns) {
+  const ScopedSetting noRetries(LocalEvaluator::kRetryRowsAloneKey, "false");
   constexpr int kThrownCode = static_cast<int>(0x80004005u);
   std::vector<std::string> logged;
   const auto previousSink =
@@ -135,15 +171,73 @@ TEST_F(LocalEvaluatorTest, FailedBatchFailsItsRequestsAndTheNextBatchStillRuns) 
   for (size_t i = 0; i < 4; ++i) {
     EXPECT_EQ(ResultOf(mFutures[i]), i < 2 ? eInferenceFailure : kThrownCode);
     EXPECT_EQ(MessageOf(mFutures[i]), kPredictError);
+    // The backend's own exception rides along where there was one.
+    EXPECT_EQ(CauseOf(mFutures[i]), i < 2 ? "" : "backend blew up");
   }
   EXPECT_EQ(ResultOf(mFutures[4]), 0);
   EXPECT_EQ(ResultOf(mFutures[5]), 0);
+  EXPECT_EQ(evaluator->Batches(), (Rows{{1, 2}, {3, 4}, {5, 6}}));
   evaluator.reset();
   kivcore::logging::SetLogSink(previousSink);
 
   EXPECT_EQ(asserts.Count(), 2u);
   EXPECT_EQ(asserts.Reports().front().condition, "kivcore::ResultSucceeded(result)");
   EXPECT_EQ(std::count(logged.begin(), logged.end(), "PredictBatched has a non-zero result code"), 2);
+}
+
+// Fails every batch that holds a row of `bad`, throwing so that the failure has a cause.
+std::function<int(const LocalEvaluator::BatchRows&)> FailRowsOf(int32_t bad) {
+  return [bad](const LocalEvaluator::BatchRows& rows) {
+    if (std::any_of(rows.begin(), rows.end(), [bad](const auto& row) { return ValueOf(row) == bad; })) {
+      throw kivcore::kiv_exception("bad row", eInferenceFailure);
+    }
+    return 0;
+  };
+}
+
+TEST_F(LocalEvaluatorTest, AFailedBatchRunsAgainRowByRowAndFailsOnlyTheRowThatFailsAlone) {
+  const auto previousSink = kivcore::logging::SetLogSink([](const std::string&) {});
+  kivcore::debug::ScAssertRecorder asserts;
+  auto evaluator =
+      Start({.behaviour = {.onPredictBatched = FailRowsOf(3)}, .queuedBeforeStart = {1, 2, 3, 4, 5}});
+  for (size_t i = 0; i < mFutures.size(); ++i) {
+    if (i == 2) {
+      EXPECT_EQ(ResultOf(mFutures[i]), eInferenceFailure);
+      EXPECT_EQ(MessageOf(mFutures[i]), kPredictError);
+      EXPECT_EQ(CauseOf(mFutures[i]), "bad row");
+    } else {
+      ASSERT_EQ(ResultOf(mFutures[i]), 0) << "request " << i + 1;
+      EXPECT_EQ(ValueOf(mFutures[i].Get()), static_cast<int32_t>(i + 1));
+    }
+  }
+  // The backend takes full batches only, so a row alone is padded with copies of itself; the batch after
+  // the failed one runs as usual.
+  EXPECT_EQ(evaluator->Batches(),
+            (Rows{{1, 2, 3, 4}, {1, 1, 1, 1}, {2, 2, 2, 2}, {3, 3, 3, 3}, {4, 4, 4, 4}, {5, 0, 0, 0}}));
+  evaluator.reset();
+  kivcore::logging::SetLogSink(previousSink);
+}
+
+TEST_F(LocalEvaluatorTest, ARequestFailedOnlyByItsPaddingIsAnsweredWhenRunAgain) {
+  const auto previousSink = kivcore::logging::SetLogSink([](const std::string&) {});
+  kivcore::debug::ScAssertRecorder asserts;
+  // Dummy rows read as 0: this backend fails whenever a batch is padded with them.
+  auto evaluator = Start(
+      {.behaviour = {.canRunShortBatch = true, .onPredictBatched = FailRowsOf(0)}, .queuedBeforeStart = {7}});
+  ASSERT_EQ(ResultOf(mFutures[0]), 0) << MessageOf(mFutures[0]);
+  EXPECT_EQ(ValueOf(mFutures[0].Get()), 7);
+  // A backend that runs short batches gets the row alone, unpadded.
+  EXPECT_EQ(evaluator->Batches(), (Rows{{7, 0, 0, 0}, {7}}));
+
+  // With the retry turned off, the padding fails the request.
+  const ScopedSetting noRetries(LocalEvaluator::kRetryRowsAloneKey, "0");
+  mFutures.clear();
+  auto strict = Start({.behaviour = {.onPredictBatched = FailRowsOf(0)}, .queuedBeforeStart = {7}});
+  EXPECT_EQ(ResultOf(mFutures[0]), eInferenceFailure);
+  EXPECT_EQ(strict->Batches(), (Rows{{7, 0, 0, 0}}));
+  evaluator.reset();
+  strict.reset();
+  kivcore::logging::SetLogSink(previousSink);
 }
 
 // A description that is not a tensor's: no dummy row can be made from it.

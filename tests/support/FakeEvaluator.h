@@ -44,6 +44,7 @@ inline int32_t ValueOf(const utility::FeatureContainerVector& features) {
 struct FakeBackendBehaviour {
   int loadResult = 0;
   bool mustFillBatch = true;
+  bool canRunShortBatch = false;
   uint64_t freeVideoMemory = 0;
   bool record = true;  // benchmarks turn it off: the records grow with every request
   std::function<void(const utility::FeatureContainerVector&)> onPredict{};  // may throw
@@ -77,6 +78,7 @@ class FakeEvaluator final : public LocalEvaluator {
     return mBehaviour.loadResult;
   }
   bool MustFillBatch() const override { return mBehaviour.mustFillBatch; }
+  bool CanRunShortBatch() const override { return mBehaviour.canRunShortBatch; }
 
   void MarkQueueHasPendingFeatures() override {
     if (mBehaviour.onQueued) {
