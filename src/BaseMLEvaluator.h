@@ -38,7 +38,7 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   ~BaseMLEvaluator() override;
 
   // \see IMLEvaluator. Never throws: a failure to queue is stored in the returned future.
-  kivcore::async::Future<utility::FeatureContainerVector> QueueFeatures(
+  [[nodiscard]] kivcore::async::Future<utility::FeatureContainerVector> QueueFeatures(
       utility::FeatureContainerVector&& inputs) override;
   void RegisterThrottleFxn(std::weak_ptr<ThrottleFunction> throttle) override;
 

@@ -12,6 +12,7 @@
 #include "kivcore/config/ExceptionResult.h"
 #include "kivcore/config/NestedException.h"
 #include "kivcore/config/ResultCodes.h"
+#include "kivcore/config/kiv_exception.h"
 #include "kivcore/debug/Assert.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/ProfileRegion.h"
@@ -119,6 +120,10 @@ uint64_t LocalEvaluator::QueryAvailableVideoMemory() const {
 
 int LocalEvaluator::SetModel(kivcore::classref::InterfaceRef<IMLModel> model) {
   try {
+    if (!model) {
+      throw kivcore::kiv_exception("No model to set: the model reference is empty",
+                                   kivcore::config::eNullPtrException);
+    }
     const uint64_t allowance = QueryAvailableVideoMemory() / 10;
     const FeatureDescriptionVector descriptions = model->GetInputFeatureDescriptions();
     const size_t batchSize = descriptions.empty() ? 1
@@ -132,7 +137,9 @@ int LocalEvaluator::SetModel(kivcore::classref::InterfaceRef<IMLModel> model) {
     SetBatchSizeLocked(batchSize);
     BaseMLEvaluator::SetModel(std::move(model));
   } catch (...) {
-    throw SetModelException(kivcore::config::ExtractResultFromException(std::current_exception()));
+    const std::exception_ptr cause = std::current_exception();
+    std::rethrow_exception(kivcore::config::MakeNestedException(
+        SetModelException(kivcore::config::ExtractResultFromException(cause)), cause));
   }
   return 0;
 }
@@ -149,6 +156,7 @@ kivcore::async::Future<int> LocalEvaluator::Start() {
     // No thread to start, no memory: the failure goes where the caller looks for the load's result.
     const std::exception_ptr exception = std::current_exception();
     kivcore::logging::LogException(exception, "kivml::LocalEvaluator::Start", nullptr);
+    SetLoadFailure(exception);
     return kivcore::async::MakeReadyFuture(kivcore::config::ExtractResultFromException(exception));
   }
 }
@@ -204,6 +212,7 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
           const std::exception_ptr exception = std::current_exception();
           kivcore::logging::LogException(exception, "kivml::LoadModel", nullptr);
           result = kivcore::config::ExtractResultFromException(exception);
+          self->SetLoadFailure(exception);  // before the completion: whoever hears of it can read why
         }
         completion->mPromise.SetValue(result);
         trigger->Trigger();  // requests queued before Start had nobody to wake the worker
@@ -213,6 +222,16 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   mWorker = std::move(worker);
   mTrigger = std::move(trigger);
   return loaded;
+}
+
+std::exception_ptr LocalEvaluator::GetLoadFailure() const {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::GetLoadFailure");
+  return mLoadFailure;
+}
+
+void LocalEvaluator::SetLoadFailure(std::exception_ptr failure) {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::SetLoadFailure");
+  mLoadFailure = std::move(failure);
 }
 
 void LocalEvaluator::MarkQueueHasPendingFeatures() {

@@ -66,6 +66,10 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Start yields eInvalidArgument and changes nothing.
   kivcore::async::Future<int> Start() override;
 
+  // Why the model failed to load (the exception LoadModel or Start raised); null while it has not failed.
+  // Set before Start's future completes.
+  std::exception_ptr GetLoadFailure() const;
+
   // Fires the worker's trigger (QueueExecutor); does nothing before Start.
   void MarkQueueHasPendingFeatures() override;
 
@@ -100,6 +104,7 @@ class LocalEvaluator : public BaseMLEvaluator {
 
  private:
   kivcore::async::Future<int> StartWorker();
+  void SetLoadFailure(std::exception_ptr failure);
   void QueueExecutor();
   // Takes the queued requests, or none while the worker is paused, so that Pause also stops a processing
   // loop that is already running (under steady load it would never end).
@@ -135,6 +140,7 @@ class LocalEvaluator : public BaseMLEvaluator {
   const std::shared_ptr<const utility::BatchFillClock> mClock;
   std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex
   std::shared_ptr<kivcore::threads::QueueOnlyOnce> mTrigger;         // guarded by the evaluator's mutex
+  std::exception_ptr mLoadFailure;                                   // guarded by the evaluator's mutex
 };
 
 }  // namespace kivml

@@ -37,8 +37,11 @@ class IMLEvaluator : public kivcore::classref::Unknown {
 
   // Health check implemented by concrete evaluators; 0 means the evaluator can take requests.
   virtual int CheckHealth() = 0;
-  // Queues one request; `inputs` is moved from.
-  virtual kivcore::async::Future<FeatureContainerVector> QueueFeatures(FeatureContainerVector&& inputs) = 0;
+  // Queues one request; `inputs` is moved from. Keep the returned future (or a future chained from it with
+  // Then) for as long as the answer is wanted: a request whose future is dropped is abandoned, and the
+  // evaluator skips it without running it, so `QueueFeatures(x).Then(cb);` on its own never runs cb.
+  [[nodiscard]] virtual kivcore::async::Future<FeatureContainerVector> QueueFeatures(
+      FeatureContainerVector&& inputs) = 0;
   // Suspends the evaluator's worker; false when there is no worker yet.
   virtual bool Pause() = 0;
   virtual bool Resume() = 0;

@@ -5,6 +5,7 @@
 #include <string>
 #include <type_traits>
 
+#include "kivcore/config/NestedException.h"
 #include "kivcore/config/kiv_exception.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/ProfileRegion.h"
@@ -56,6 +57,12 @@ std::basic_string<Char> InOrtCharacters(const std::string& text) {
 
 std::basic_string<ORTCHAR_T> ProfilePrefix(const kivcore::utility::ImmutableString& modelName) {
   return InOrtCharacters<ORTCHAR_T>("profile_" + std::string(modelName.View()));
+}
+
+// SetModelException with its fixed message, and `reason` attached as its cause.
+[[noreturn]] void ThrowCannotLoad(const char* reason) {
+  std::rethrow_exception(kivcore::config::MakeNestedException(
+      SetModelException(eNoSession), std::make_exception_ptr(kivcore::kiv_exception(reason, eNoSession))));
 }
 
 [[noreturn]] void ThrowBadFeature(const std::string& message) {
@@ -147,12 +154,16 @@ void ORTEvaluator::ConfigureSessionOptions(OrtSessionOptions* options, int64_t b
 int ORTEvaluator::LoadModel() {
   const auto model = GetModel();
   const auto accessor = model ? model.Query<IONNXMLModelAccessor>() : nullptr;
-  if (!accessor || mSession) {
-    throw SetModelException(eNoSession);
+  if (!accessor) {
+    ThrowCannotLoad(model ? "The model has no ONNX payload (it offers no IONNXMLModelAccessor)"
+                          : "No model has been set");
+  }
+  if (mSession) {
+    ThrowCannotLoad("The model is loaded already");
   }
   const auto payload = accessor->GetONNXMLModel();
   if (!payload || payload->Size() == 0) {
-    throw SetModelException(eNoSession);
+    ThrowCannotLoad("The model's ONNX payload is empty");
   }
   if (GetShouldUseBatching()) {
     mBatchSize = static_cast<int64_t>(GetBatchSize());

@@ -13,6 +13,8 @@
 
 #include "gpu/AdapterSelection.h"
 #include "kivcore/classref/ClassFactory.h"
+#include "kivcore/config/NestedException.h"
+#include "kivcore/config/ResultCodes.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/Trace.h"
 #include "kivcore/string/StringConversions.h"
@@ -191,7 +193,20 @@ TEST_F(ORTEvaluatorTest, UnmappedElementTypesAreRejected) {
   EXPECT_EQ(MessageOf(future), "Exception in Predict() chain.");
 }
 
-TEST_F(ORTEvaluatorTest, ModelsThatCannotLoadFailTheFuture) {
+// Every message of a failed future's exception and of the causes nested in it, joined.
+template <class T>
+std::string FullMessageOf(const kivcore::async::Future<T>& future) {
+  if (!future.WaitFor(kFutureTimeout) || !future.HasException()) {
+    return {};
+  }
+  try {
+    std::rethrow_exception(future.GetException());
+  } catch (const std::exception& exception) {
+    return kivcore::config::DescribeWithCauses(exception);
+  }
+}
+
+TEST_F(ORTEvaluatorTest, ModelsThatCannotLoadFailTheFutureSayingWhy) {
   const auto payload = [](const char* bytes) {
     const std::string_view text(bytes);
     auto memory = kivcore::allocator::RecycledMemory::Create(text.size());
@@ -204,16 +219,64 @@ TEST_F(ORTEvaluatorTest, ModelsThatCannotLoadFailTheFuture) {
         FeatureDescriptionVector()));
   };
   constexpr int eNoSession = static_cast<int>(0xED6C0007u);
-  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(mock(payload("not an onnx model")), kUnbatchedInference)),
-            eInferenceFailure);
-  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(mock(payload("")), kUnbatchedInference)), eNoSession);
-  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(mock(nullptr), kBatchedInference)), eNoSession);
-  // A model without the ONNX accessor.
-  EXPECT_EQ(ResultOf(CreatePreferredEvaluator(MakeScalarModel(), kUnbatchedInference)), eNoSession);
+  const auto onnx = CreateONNXModelFromFile(TestModelPath("add"))->GetONNXMLModel();
+  const auto truncated = kivcore::allocator::RecycledMemory::Create(onnx->Size() / 2);
+  std::copy(onnx->Buffer(), onnx->Buffer() + truncated->Size(), truncated->Buffer());
+  const struct {
+    const char* what;
+    kivcore::classref::InterfaceRef<IMLModel> model;
+    int code;
+    const char* says;
+  } cases[] = {
+      {"garbage", mock(payload("not an onnx model")), eInferenceFailure, "protobuf parsing failed"},
+      {"truncated", mock(truncated), eInferenceFailure, "protobuf parsing failed"},
+      {"empty", mock(payload("")), eNoSession, "payload is empty"},
+      {"no payload", mock(nullptr), eNoSession, "payload is empty"},
+      {"no ONNX accessor", MakeScalarModel(), eNoSession, "no ONNX payload"},
+  };
+  for (const auto& broken : cases) {
+    for (const BatchedInference batched : {kUnbatchedInference, kBatchedInference}) {
+      auto future = CreatePreferredEvaluator(broken.model, batched);
+      EXPECT_EQ(ResultOf(future), broken.code) << broken.what;
+      // what() alone says which model and why; the load's own exception is attached too.
+      const std::string message = MessageOf(future);
+      EXPECT_NE(message.find("Loading the model '"), std::string::npos) << broken.what << ": " << message;
+      EXPECT_NE(message.find(broken.says), std::string::npos) << broken.what << ": " << message;
+      EXPECT_GT(FullMessageOf(future).size(), message.size()) << broken.what;
+    }
+  }
 
   EXPECT_THROW(CreateONNXModelFromBuffer(kivcore::utility::ImmutableString::Create("x"), payload("garbage")),
                kivcore::kiv_exception);
   EXPECT_THROW(CreateONNXModelFromFile(TestModelPath("no_such_model")), kivcore::kiv_exception);
+}
+
+TEST_F(ORTEvaluatorTest, FactoryFailuresKeepTheirCodeAndEmptyMessageWithTheCauseAttached) {
+  // No model at all.
+  auto none = CreatePreferredEvaluator(nullptr, kBatchedInference);
+  EXPECT_EQ(ResultOf(none), kivcore::config::eNullPtrException);
+  EXPECT_EQ(MessageOf(none), "");
+  EXPECT_NE(FullMessageOf(none).find("the model reference is empty"), std::string::npos)
+      << FullMessageOf(none);
+
+  // An evaluator that cannot even be constructed: the failure goes into the future, nothing is thrown.
+  constexpr int kConstructionFailure = static_cast<int>(0x80070008u);
+  ASSERT_TRUE(kivcore::classref::ClassFactory::UnregisterClass(kORTEvaluatorGuid));
+  ASSERT_EQ(kivcore::classref::ClassFactory::RegisterClass(
+                kORTEvaluatorGuid, "kORTEvaluatorGuid", "ORTEvaluator",
+                [](kivcore::classref::InterfaceRef<kivcore::classref::UnknownBase>&) {
+                  throw kivcore::kiv_exception("cannot make session options", kConstructionFailure);
+                }),
+            0);
+  kivcore::async::Future<InterfaceRef<IMLEvaluator>> unmade;
+  EXPECT_NO_THROW(
+      unmade = CreatePreferredEvaluator(CreateONNXModelFromFile(TestModelPath("add")), kUnbatchedInference));
+  ASSERT_TRUE(kivcore::classref::ClassFactory::UnregisterClass(kORTEvaluatorGuid));
+  ASSERT_EQ(kivcore::classref::ClassFactory::RegisterClass(kORTEvaluatorGuid, "kORTEvaluatorGuid",
+                                                           "ORTEvaluator", &ort::ORTEvaluator::Create),
+            0);
+  EXPECT_EQ(ResultOf(unmade), kConstructionFailure);
+  EXPECT_EQ(FullMessageOf(unmade), "cannot make session options");
 }
 
 TEST_F(ORTEvaluatorTest, NoEvaluatorClassGivesTheFactoryCode) {

@@ -54,10 +54,10 @@ TEST(BaseMLEvaluatorTest, PopTakesEveryRequestInQueueOrderAndClosesTheGate) {
   EXPECT_FALSE(evaluator->IsGateOpen());
 
   auto request = MakeRequest(1);
-  evaluator->QueueFeatures(std::move(request));
+  (void)evaluator->QueueFeatures(std::move(request));
   EXPECT_TRUE(request.empty());  // moved into the queue
   for (int32_t value = 2; value <= 5; ++value) {
-    evaluator->QueueFeatures(MakeRequest(value));
+    (void)evaluator->QueueFeatures(MakeRequest(value));
   }
   EXPECT_TRUE(evaluator->HasQueuedItems());
   EXPECT_TRUE(evaluator->IsGateOpen());
@@ -88,7 +88,7 @@ TEST(BaseMLEvaluatorTest, ClearingAndDestroyingFailQueuedRequestsWithTerminated)
   for (int32_t value = 0; value < 3; ++value) {
     cleared.push_back(evaluator->QueueFeatures(MakeRequest(value)));
   }
-  evaluator->QueueFeatures(MakeRequest(3));  // abandoned at once: skipped, not failed
+  (void)evaluator->QueueFeatures(MakeRequest(3));  // abandoned at once: skipped, not failed
   evaluator->ClearQueuedFeatures();
   EXPECT_FALSE(evaluator->HasQueuedItems());
   EXPECT_FALSE(evaluator->IsGateOpen());
@@ -143,8 +143,8 @@ TEST(BaseMLEvaluatorTest, ReleasedThrottlesAreNeverCalled) {
   evaluator->RegisterThrottleFxn(keptFunction);
   releasedFunction.reset();
 
-  evaluator->QueueFeatures(MakeRequest(1));
-  evaluator->QueueFeatures(MakeRequest(2));
+  (void)evaluator->QueueFeatures(MakeRequest(1));
+  (void)evaluator->QueueFeatures(MakeRequest(2));
   EXPECT_EQ(kept.WaitFor(2).size(), 2u);
   EXPECT_TRUE(released.WaitFor(0).empty());
 }
@@ -169,11 +169,11 @@ TEST(BaseMLEvaluatorTest, ThrottlesRunOffTheCallerAndOutsideTheEvaluatorLock) {
   });
   evaluator->RegisterThrottleFxn(blocking);
 
-  evaluator->QueueFeatures(MakeRequest(1));
+  (void)evaluator->QueueFeatures(MakeRequest(1));
   blocker->entered.get_future().wait();
   // The notification is stuck in host code; the queue must still take requests and answer questions.
   auto more = std::async(std::launch::async, [&] {
-    evaluator->QueueFeatures(MakeRequest(2));
+    (void)evaluator->QueueFeatures(MakeRequest(2));
     return evaluator->HasQueuedItems();
   });
   const bool answered = more.wait_for(kFutureTimeout) == std::future_status::ready;

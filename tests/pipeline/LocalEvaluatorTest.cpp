@@ -279,7 +279,7 @@ TEST_F(LocalEvaluatorTest, SingleLoopFailsOnlyTheRequestThatThrowsAndSkipsAbando
   for (int32_t value = 1; value <= 3; ++value) {
     mFutures.push_back(evaluator->QueueFeatures(MakeRequest(value)));
   }
-  evaluator->QueueFeatures(MakeRequest(4));  // nobody waits for this one
+  (void)evaluator->QueueFeatures(MakeRequest(4));  // nobody waits for this one
   mFutures.push_back(evaluator->QueueFeatures(MakeRequest(5)));
   const auto started = evaluator->Start();
   ASSERT_TRUE(started.WaitFor(kFutureTimeout));

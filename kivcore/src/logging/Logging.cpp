@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "kivcore/config/ExceptionResult.h"
+#include "kivcore/config/NestedException.h"
 #include "kivcore/debug/TypeName.h"
 #include "kivcore/string/StringConversions.h"
 #include "utility/CallbackSlot.h"
@@ -71,7 +72,8 @@ void LogException(const std::exception_ptr& exception, utility::StringValue cont
   try {
     std::rethrow_exception(exception);
   } catch (const std::exception& e) {
-    text += string::ToStdString(debug::GetTypeName(typeid(e))) + " " + code + " " + e.what();
+    text +=
+        string::ToStdString(debug::GetTypeName(typeid(e))) + " " + code + " " + config::DescribeWithCauses(e);
   } catch (...) {
     text += "unknown exception " + code;
   }

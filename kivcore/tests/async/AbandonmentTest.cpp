@@ -43,7 +43,7 @@ TEST(AbandonmentTest, OnlyTheContinuationsWhoseResultIsHeldKeepTheProducerAndRun
   Promise<int> shared(executor);
   Future<int> kept = shared.GetFuture();
   Future<int> live = kept.Then([&](const Future<int>& f) { return ++runs + f.Get(); });
-  kept.Then([&](const Future<int>& f) { return ++runs + f.Get(); });  // result dropped at once
+  (void)kept.Then([&](const Future<int>& f) { return ++runs + f.Get(); });  // result dropped at once
   shared.SetValue(1);
   EXPECT_EQ(executor->RunAll(), 1);  // the dropped one is skipped although its upstream lives
   EXPECT_EQ(live.Get(), 2);

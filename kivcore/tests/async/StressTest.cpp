@@ -84,7 +84,7 @@ TEST(StressTest, ConcurrentCompletionsContinuationsAndWaitsEachHappenExactlyOnce
   threads.emplace_back([&] {  // churns copies and attaches continuations whose results are dropped
     inBatches(true, [&](int i) {
       Future<int> copy = futures[i];
-      copy.Then([](const Future<int>& f) { return f.IsReady(); });
+      (void)copy.Then([](const Future<int>& f) { return f.IsReady(); });
     });
   });
   for (std::thread& thread : threads) {

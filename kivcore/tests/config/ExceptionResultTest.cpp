@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <exception>
 #include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "kivcore/config/ExceptionResult.h"
+#include "kivcore/config/NestedException.h"
 #include "kivcore/config/NullPtrException.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/config/kiv_exception.h"
@@ -34,6 +36,33 @@ TEST(ExceptionResultTest, KivExceptionsKeepMessageAndCode) {
   EXPECT_STREQ(copy.what(), "queue cleared");
   EXPECT_STREQ(kiv_exception(-7).what(), "");
   EXPECT_NE(std::string(NullPtrException(string::ToU8("IFoo")).what()).find("IFoo"), std::string::npos);
+}
+
+TEST(ExceptionResultTest, NestedCausesLeaveTheOuterExceptionAsItWasAndComeBackOnRequest) {
+  const std::exception_ptr cause = std::make_exception_ptr(std::runtime_error("division by zero"));
+  const std::exception_ptr nested = MakeNestedException(kiv_exception("batch failed", -4), cause);
+  EXPECT_EQ(ExtractResultFromException(nested), -4);
+  try {
+    std::rethrow_exception(nested);
+  } catch (const kiv_exception& outer) {
+    EXPECT_STREQ(outer.what(), "batch failed");
+    EXPECT_EQ(DescribeWithCauses(outer), "batch failed: division by zero");
+    EXPECT_THROW(std::rethrow_if_nested(outer), std::runtime_error);
+  }
+  // Causes chain; an empty outer message adds nothing; no cause nests nothing.
+  const std::exception_ptr twice = MakeNestedException(kiv_exception("", -5), nested);
+  try {
+    std::rethrow_exception(twice);
+  } catch (const kiv_exception& outer) {
+    EXPECT_STREQ(outer.what(), "");
+    EXPECT_EQ(DescribeWithCauses(outer), "batch failed: division by zero");
+  }
+  try {
+    std::rethrow_exception(MakeNestedException(kiv_exception("alone", -6), nullptr));
+  } catch (const kiv_exception& outer) {
+    EXPECT_EQ(dynamic_cast<const std::nested_exception*>(&outer), nullptr);
+    EXPECT_EQ(DescribeWithCauses(outer), "alone");
+  }
 }
 
 TEST(ExceptionResultTest, ExtractsCodesFromEveryKindOfException) {

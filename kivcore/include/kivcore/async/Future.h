@@ -123,14 +123,16 @@ class Future {
     return RequireState().WaitUntil(deadline);
   }
 
+  // [[nodiscard]]: a continuation whose resulting future is dropped does not run (see Lifetime above).
   template <detail::ContinuationOf<T> Fn>
-  Future<detail::ThenResult<T, Fn>> Then(Fn&& fn) const {
+  [[nodiscard]] Future<detail::ThenResult<T, Fn>> Then(Fn&& fn) const {
     return Then(nullptr, std::forward<Fn>(fn));
   }
 
   // A null `executor` means the promise's continuation executor.
   template <detail::ContinuationOf<T> Fn>
-  Future<detail::ThenResult<T, Fn>> Then(std::shared_ptr<AsyncExecutor> executor, Fn&& fn) const {
+  [[nodiscard]] Future<detail::ThenResult<T, Fn>> Then(std::shared_ptr<AsyncExecutor> executor,
+                                                       Fn&& fn) const {
     using U = detail::ThenResult<T, Fn>;
     using Node = ThenContinuation<T, std::decay_t<Fn>>;
     if (mState == nullptr) {
