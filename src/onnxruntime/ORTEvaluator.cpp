@@ -206,6 +206,9 @@ int ORTEvaluator::LoadModel() {
   }
   WaitForWorkersAtExit(onGPU);
   DescribeModel();
+  // Where the model batches, its leading free dimension is the batch, and a request is one item of it
+  // whether or not this evaluator batches: both kinds then take the same requests.
+  mOneItemPerRequest = model->DoesSupportBatchedInference();
   mRunsShortBatches =
       !onGPU && std::none_of(mInputDescriptions.begin(), mInputDescriptions.end(), [](const auto& entry) {
         const DescriptionShapeType shape = entry.second->GetTensorShape();
@@ -270,11 +273,19 @@ ORTEvaluator::FittedInputs ORTEvaluator::FitRow(const utility::FeatureContainerV
     if (found == mInputDescriptions.end()) {
       ThrowBadFeature("Input '" + std::string(name) + "' is not an input of the model");
     }
+    if (std::any_of(fitted.begin(), fitted.end(),
+                    [&](const FittedInput& input) { return name == input.name; })) {
+      ThrowBadFeature("Input '" + std::string(name) + "' is given more than once in the request");
+    }
     const ORTTensorDescription& description = *found->second;
     const ONNXTensorElementDataType type = ToONNXElementType(description.GetTensorDataType());
-    const DescriptionShapeType shape = FitToDescription(
-        name, *tensor,
-        asBatchItem ? AsBatchItem(name, description.GetTensorShape()) : description.GetTensorShape(), type);
+    DescriptionShapeType described = description.GetTensorShape();
+    if (asBatchItem) {
+      described = AsBatchItem(name, std::move(described));
+    } else if (mOneItemPerRequest && !described.empty() && described.front() == -1) {
+      described.front() = 1;  // the batch, though this evaluator runs requests one by one
+    }
+    const DescriptionShapeType shape = FitToDescription(name, *tensor, described, type);
     fitted.push_back({container.mFeatureName.c_str(), tensor.get(), shape, type});
     holders.push_back(std::move(tensor));
   }

@@ -105,7 +105,8 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   UniqueSession mSession;
   std::atomic<bool> mLoaded{false};  // read by CheckHealth on any thread
   bool mProfilingEnabled = false;
-  bool mRunsShortBatches = false;  // set by LoadModel
+  bool mRunsShortBatches = false;   // set by LoadModel
+  bool mOneItemPerRequest = false;  // set by LoadModel: the model batches, so a request is one item
   std::optional<int64_t> mBatchSize;
   DescriptionMap mInputDescriptions;
   DescriptionMap mOutputDescriptions;

@@ -5,6 +5,7 @@
 
 #include "kivcore/config/kiv_exception.h"
 #include "kivml/ResultCodes.h"
+#include "kivml/utility/TensorLayout.h"
 #include "onnxruntime/ORTElementTypes.h"
 #include "onnxruntime/ORTTensorDescription.h"
 #include "onnxruntime/ORTTensorWrapper.h"
@@ -26,6 +27,33 @@ std::string ShapeText(const Shape& shape) {
   throw kivcore::kiv_exception(("Input '" + std::string(inputName) + "' " + problem).c_str(), eBadFeature);
 }
 
+// Whether strides given with `shape` describe its elements packed one after the other in row order, which
+// is how every reader here takes a tensor's buffer. Accepted: no strides; the library's own packed
+// strides (CalculatePackedStrides), alone or after the total element count as the NumPy debug reader
+// writes them; and row-major strides. A dimension of one element may have any stride: it never moves.
+bool ReadsAsPacked(const ShapeType& shape, const StrideType& strides) {
+  if (strides.empty()) {
+    return true;
+  }
+  const auto matches = [&](const StrideType& expected, size_t offset) {
+    if (strides.size() != shape.size() + offset) {
+      return false;
+    }
+    for (size_t i = 0; i < shape.size(); ++i) {
+      if (shape[i] > 1 && strides[offset + i] != expected[i]) {
+        return false;
+      }
+    }
+    return true;
+  };
+  const StrideType packed = utility::CalculatePackedStrides(shape);
+  StrideType rowMajor(shape.size(), 1);
+  for (size_t i = shape.size(); i > 1; --i) {
+    rowMajor[i - 2] = rowMajor[i - 1] * shape[i - 1];
+  }
+  return matches(packed, 0) || matches(packed, 1) || matches(rowMajor, 0);
+}
+
 OrtMemoryInfo* DefaultMemoryInfo() {
   const OrtMemoryInfo* info = nullptr;
   ThrowIfFailed(Api().AllocatorGetInfo(DefaultAllocator(), &info));
@@ -45,6 +73,10 @@ DescriptionShapeType FitToDescription(std::string_view inputName, const ITensorM
   const ShapeType shape = tensor.GetShape();
   if (shape.size() != described.size()) {
     ThrowBadFeature(inputName, "has shape " + ShapeText(shape) + "; the model takes " + ShapeText(described));
+  }
+  if (!ReadsAsPacked(shape, tensor.GetStrides())) {
+    ThrowBadFeature(inputName, "has strides " + ShapeText(tensor.GetStrides()) + " for its shape " +
+                                   ShapeText(shape) + "; the evaluator reads tensors packed, in row order");
   }
   DescriptionShapeType fitted(described.size());
   uint64_t count = 1;

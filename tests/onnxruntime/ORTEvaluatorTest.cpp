@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -141,9 +142,15 @@ TEST_F(ORTEvaluatorTest, FreeDimensionsComeFromTheRequest) {
   EXPECT_EQ(ValuesOf<float>(later.Get(), "sum"), std::vector<float>({4.0F}));
 }
 
-TEST_F(ORTEvaluatorTest, BadRequestsFailAloneWithTheInputNamed) {
-  const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add")), kUnbatchedInference);
-  ASSERT_TRUE(evaluator);
+// A tensor over `values` with the strides given rather than derived.
+kivcore::classref::InterfaceRef<IMLFeature> StridedTensor(ShapeType shape, StrideType strides,
+                                                          const std::vector<float>& values) {
+  auto memory = kivcore::allocator::RecycledMemory::Create(values.size() * sizeof(float));
+  std::memcpy(memory->Buffer(), values.data(), values.size() * sizeof(float));
+  return utility::CreateTensor(std::move(memory), sizeof(float), std::move(shape), std::move(strides));
+}
+
+TEST_F(ORTEvaluatorTest, BadRequestsFailAloneWithTheInputNamedInBothModes) {
   const auto good = MakeTensor<float>({1, 3}, {1, 2, 3});
   const struct {
     const char* what;
@@ -160,19 +167,59 @@ TEST_F(ORTEvaluatorTest, BadRequestsFailAloneWithTheInputNamed) {
        eBadFeature, "'input1'"},
       {"too few elements", MakeInputs({{"input1", MakeTensor<float>({1, 3}, {1, 2})}, {"input2", good}}),
        eBadFeature, "'input1'"},
+      {"two rows", MakeInputs({{"input1", MakeTensor<float>({2, 3}, {1, 2, 3, 4, 5, 6})}, {"input2", good}}),
+       eBadFeature, "'input1'"},
       {"missing input", MakeInputs({{"input1", good}}), eBadFeature, "'input2'"},
       {"no inputs", MakeInputs({}), eNoInputFeatures, "no input"},
       {"unknown input", MakeInputs({{"input1", good}, {"input2", good}, {"input3", good}}), eBadFeature,
        "'input3'"},
+      {"an input given twice", MakeInputs({{"input1", good}, {"input2", good}, {"input1", good}}),
+       eBadFeature, "'input1' is given more than once"},
+      {"strides that are not packed",
+       MakeInputs({{"input1", StridedTensor({1, 3}, {0, 1000000}, {1, 2, 3})}, {"input2", good}}),
+       eBadFeature, "'input1' has strides [0, 1000000]"},
   };
-  for (const auto& bad : cases) {
-    auto inputs = bad.inputs;
-    auto future = evaluator->QueueFeatures(std::move(inputs));
-    EXPECT_EQ(ResultOf(future), bad.code) << bad.what;
-    EXPECT_NE(MessageOf(future).find(bad.named), std::string::npos) << bad.what << ": " << MessageOf(future);
+  for (const BatchedInference mode : {kUnbatchedInference, kBatchedInference}) {
+    const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("add")), mode);
+    ASSERT_TRUE(evaluator);
+    ASSERT_TRUE(evaluator->Pause());  // batched: the bad requests meet the good one in one batch
+    std::vector<Future> futures;
+    for (const auto& bad : cases) {
+      auto inputs = bad.inputs;
+      futures.push_back(evaluator->QueueFeatures(std::move(inputs)));
+    }
+    // Row-major strides and the library's own packed ones both read as packed.
+    auto rowMajor = evaluator->QueueFeatures(
+        MakeInputs({{"input1", StridedTensor({1, 3}, {3, 1}, {1, 2, 3})}, {"input2", good}}));
+    ASSERT_TRUE(evaluator->Resume());
+    for (size_t i = 0; i < futures.size(); ++i) {
+      EXPECT_EQ(ResultOf(futures[i]), cases[i].code) << cases[i].what << ", mode " << mode;
+      EXPECT_NE(MessageOf(futures[i]).find(cases[i].named), std::string::npos)
+          << cases[i].what << ", mode " << mode << ": " << MessageOf(futures[i]);
+    }
+    ASSERT_EQ(ResultOf(rowMajor), 0) << "the evaluator still serves: " << MessageOf(rowMajor);
+    EXPECT_EQ(ValuesOf<float>(rowMajor.Get(), "output1"), std::vector<float>({2, 4, 6}));
   }
-  auto future = evaluator->QueueFeatures(AddRequest(1.0F, 1.0F));
-  EXPECT_EQ(ResultOf(future), 0) << "the evaluator still serves: " << MessageOf(future);
+}
+
+TEST_F(ORTEvaluatorTest, ARequestIsOneItemWhereTheModelBatchesWhicheverTheMode) {
+  // The batch is free here (no "DATA_BATCH"), so the session alone would take two rows.
+  const auto rows = MakeInputs({{"x", MakeTensor<float>({2, 3}, {1, 2, 3, 4, 5, 6})}});
+  for (const BatchedInference mode : {kUnbatchedInference, kBatchedInference}) {
+    const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("renamed_batch")), mode);
+    ASSERT_TRUE(evaluator);
+    auto inputs = rows;
+    auto future = evaluator->QueueFeatures(std::move(inputs));
+    EXPECT_EQ(ResultOf(future), eBadFeature) << "mode " << mode;
+    EXPECT_NE(MessageOf(future).find("'x' has shape [2, 3]"), std::string::npos) << MessageOf(future);
+  }
+  // A model that does not batch takes any number of rows, one by one.
+  const auto unbatched = Start(CreateONNXModelFromFile(TestModelPath("sum_rows")), kUnbatchedInference);
+  ASSERT_TRUE(unbatched);
+  auto inputs = rows;
+  auto sum = unbatched->QueueFeatures(std::move(inputs));
+  ASSERT_EQ(ResultOf(sum), 0) << MessageOf(sum);
+  EXPECT_EQ(ValuesOf<float>(sum.Get(), "sum"), std::vector<float>({5, 7, 9}));
 }
 
 TEST_F(ORTEvaluatorTest, OnnxRuntimeFailuresKeepTheirMessage) {
