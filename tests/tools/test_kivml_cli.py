@@ -33,9 +33,9 @@ class ToolTestCase(unittest.TestCase):
         self.addCleanup(scratch.cleanup)
         self.dir = scratch.name
 
-    def kivml(self, *args):
+    def kivml(self, *args, timeout=60):
         """Runs the tool in the scratch folder with stderr piped, as under ctest or in a log."""
-        return subprocess.run([*TOOL, *args], cwd=self.dir, capture_output=True, text=True, timeout=60)
+        return subprocess.run([*TOOL, *args], cwd=self.dir, capture_output=True, text=True, timeout=timeout)
 
     def succeed(self, *args):
         result = self.kivml(*args)
@@ -54,6 +54,14 @@ class ToolTestCase(unittest.TestCase):
         if quiet:
             self.assertEqual(result.stdout, "")
         return errors[0]
+
+    def usage_error(self, args, *fragments):
+        """The tool must refuse the command line (status 2) with every fragment on stderr, before any work."""
+        result = self.kivml(*args, timeout=30)
+        self.assertEqual(result.returncode, 2, result.stderr)
+        for fragment in fragments:
+            self.assertIn(fragment, result.stderr)
+        self.assertEqual(result.stdout, "")
 
     def save(self, name, array):
         path = os.path.join(self.dir, name)
@@ -294,6 +302,22 @@ class BenchTest(ToolTestCase):
         self.fail_with(args + ["image:1=2"], "fixes that dimension at 1")
         self.fail_with(args + ["N=2"], "batch dimension")
         self.fail_with(args + ["H=0"], "positive SIZE")
+
+    def test_counts_that_are_not_whole_numbers_or_repeat(self):
+        args = ["bench", model("add"), "--requests", "1", "--unbatched"]
+        # -1 once wrapped to 2^64 warm-up requests; -18446744073709551615 wraps to 1.
+        for option, value, fragment in (("--warmup", "-1", "'-1' is not a whole number"),
+                                         ("--seed", "-5", "'-5' is not a whole number"),
+                                         ("--warmup", "-18446744073709551615", "is not a whole number"),
+                                         ("--seed", "18446744073709551616", "is too large"),
+                                         ("--concurrency", "1,,4", "'1,,4' has an empty item"),
+                                         ("--concurrency", "4,", "'4,' has an empty item"),
+                                         ("--concurrency", "1,4,4", "4 is given twice"),
+                                         ("--concurrency", "0x10", "'0x10' is not a whole number"),
+                                         ("--concurrency", "4097", "4097")):
+            with self.subTest(option=option, value=value):
+                self.usage_error(args + [option, value], option, fragment)
+        self.usage_error(args + ["-c", "2", "-c", "1,2"], "--concurrency", "2 is given twice")
 
 
 class SettingsTest(ToolTestCase):
