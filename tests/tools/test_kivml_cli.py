@@ -222,6 +222,7 @@ class BenchTest(ToolTestCase):
                     self.assertLessEqual(side["p50_ms"], side["p99_ms"])
         self.assertIsNone(report["targets"]["batched"])  # no concurrency fills a batch
         self.assertIn("p50_difference_us", report["targets"]["unbatched"])
+        self.assertEqual(os.listdir(self.dir), ["bench.json"])  # no temporary file left beside it
 
     def test_table_columns_line_up(self):
         out = self.succeed("bench", model("add"), "--requests", "4", "--concurrency", "1,16", "--unbatched", "--warmup", "0").stdout
@@ -278,6 +279,17 @@ class BenchTest(ToolTestCase):
                                 env={**os.environ, "PATH": self.dir}, timeout=60)
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("--plot needs gnuplot", result.stderr)
+        self.assertEqual(result.stdout, "")  # refused before the model loads
+
+    def test_unwritable_report_files_stop_the_bench_before_it_runs(self):
+        args = ["bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched", "--warmup", "0"]
+        os.mkdir(os.path.join(self.dir, "folder"))
+        missing = os.path.join("no_such_dir", "b.json")
+        self.fail_with(args + ["--json", missing], "--json '" + missing + "': cannot write there: No such file")
+        self.fail_with(args + ["--json", "folder"], "--json 'folder': that is a folder")
+        if not RUNNER and shutil.which("gnuplot"):
+            self.fail_with(args + ["--plot", os.path.join("folder", "none", "p.png")], "--plot", "No such file")
+        self.assertEqual(os.listdir(self.dir), ["folder"])
 
     def test_dims_by_name_and_by_axis(self):
         self.succeed("bench", model("free_hw"), "--dim", "H=5", "--dim", "image:3=7", "--unbatched", "--requests", "4",

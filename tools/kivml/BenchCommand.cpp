@@ -10,6 +10,7 @@
 #include "CLI11Include.h"
 #include "Formatting.h"
 #include "ModelSignature.h"
+#include "OutputFile.h"
 #include "ProgressBar.h"
 #include "RawOrtSession.h"
 #include "ToolError.h"
@@ -171,6 +172,14 @@ BenchMode BenchCommand::RunMode(const ModelSignature& signature, const BenchInpu
 }
 
 int BenchCommand::Execute() const {
+  // Before anything runs: the results would otherwise be lost to a typo after minutes of measuring.
+  if (!mJson.empty()) {
+    OutputFile::RequireWritable(mJson, "--json");
+  }
+  if (!mPlot.empty()) {
+    BenchReport::RequireGnuplot();
+    OutputFile::RequireWritable(mPlot, "--plot");
+  }
   const ModelSignature signature = ModelSignature::Load(mModel, mGpu);
   signature.RequireSupportedTypes();
   const BenchInputs inputs(signature, mDims);
