@@ -358,6 +358,37 @@ class SettingsTest(ToolTestCase):
         self.fail_with(["info", model("add"), "--settings", "absent.txt"], "cannot read the settings file")
         self.fail_with(["info", model("add"), "--trace", "nonsense"], "--trace")
 
+    def test_values_the_library_would_misread(self):
+        info = ["info", model("add")]
+        for entry, fragment in (("kivml.BatchSizeMultiplier=abc", "BatchSizeMultiplier takes a whole number, not 'abc'"),
+                                ("kivml.IdleSpinMicroseconds=-5", "IdleSpinMicroseconds takes a whole number, not '-5'"),
+                                ("KIVSE.ORT.ProfileModels=yes", "ProfileModels takes true or false, not 'yes'"),
+                                ("=4", "expected KEY=VALUE")):
+            with self.subTest(entry=entry):
+                self.fail_with(info + ["--set", entry], "--set '" + entry + "'", fragment)
+
+    def test_settings_file_lines_are_checked(self):
+        settings = os.path.join(self.dir, "settings.txt")
+        info = ["info", model("add"), "--settings", settings]
+        for text, line, fragment in (("# comment\n\ngarbage\n", 3, "expected 'key = value', not 'garbage'"),
+                                     ("kivml.BatchSizeMultiplier = 4\n = 3\n", 2, "the key before '=' is empty"),
+                                     ("\ufeffkivml.IdleSpinMicroseconds = 1O0\r\n", 1,
+                                      "kivml.IdleSpinMicroseconds takes a whole number, not '1O0'")):
+            with self.subTest(text=text):
+                with open(settings, "w", encoding="utf-8", newline="") as file:
+                    file.write(text)
+                self.fail_with(info, "--settings '%s' line %d: %s" % (settings, line, fragment))
+        self.fail_with(["info", model("add"), "--settings", "absent.txt"], "'absent.txt': No such file or directory")
+
+    def test_unknown_keys_are_kept_with_a_warning(self):
+        settings = os.path.join(self.dir, "settings.txt")
+        with open(settings, "w") as file:
+            file.write("  kivml.IdleSpinMicroseconds =  0 \nKIVSE.ORT.ProfileModels=false\n")
+        result = self.succeed("info", model("add"), "--settings", settings, "--set", "kivml.BatchSizeMultiplier=4")
+        self.assertNotIn("warning", result.stderr)
+        result = self.succeed("info", model("add"), "--set", "kivml.BatchSizeMultipler=4")
+        self.assertIn("kivml: warning: --set 'kivml.BatchSizeMultipler=4': kivml reads no setting", result.stderr)
+
 
 if __name__ == "__main__":
     if not (os.environ.get("KIVML_TOOL") and TEST_MODELS and TOOL_MODELS):
