@@ -155,6 +155,14 @@ class RunErrorTest(ToolTestCase):
         self.fail_with(["run", model("nothing_here")], "model file", "nothing_here.onnx", "does not exist")
         self.fail_with(self.add_args("missing.npy"), "input file 'missing.npy' does not exist")
 
+    def test_paths_that_are_not_files_say_what_they_are(self):
+        os.mkdir(os.path.join(self.dir, "folder"))
+        self.fail_with(["info", "folder"], "model file 'folder' is a directory, not a file")
+        self.fail_with(self.add_args("folder"), "input file 'folder' is a directory, not a file")
+        self.fail_with(["info", model("add"), "--settings", "folder"], "settings file 'folder': it is a directory")
+        if not RUNNER:
+            self.fail_with(["info", os.devnull], "model file '%s' is a character device, not a regular file" % os.devnull)
+
     def test_input_names(self):
         a = self.save("a.npy", np.ones((1, 3), np.float32))
         self.fail_with(["run", model("add"), "-i", "inputX=" + a], "no input 'inputX'", "input1, input2")
@@ -286,7 +294,7 @@ class BenchTest(ToolTestCase):
         os.mkdir(os.path.join(self.dir, "folder"))
         missing = os.path.join("no_such_dir", "b.json")
         self.fail_with(args + ["--json", missing], "--json '" + missing + "': cannot write there: No such file")
-        self.fail_with(args + ["--json", "folder"], "--json 'folder': that is a folder")
+        self.fail_with(args + ["--json", "folder"], "--json 'folder': that is a directory")
         if not RUNNER and shutil.which("gnuplot"):
             self.fail_with(args + ["--plot", os.path.join("folder", "none", "p.png")], "--plot", "No such file")
         self.assertEqual(os.listdir(self.dir), ["folder"])
@@ -378,7 +386,7 @@ class SettingsTest(ToolTestCase):
                 with open(settings, "w", encoding="utf-8", newline="") as file:
                     file.write(text)
                 self.fail_with(info, "--settings '%s' line %d: %s" % (settings, line, fragment))
-        self.fail_with(["info", model("add"), "--settings", "absent.txt"], "'absent.txt': No such file or directory")
+        self.fail_with(["info", model("add"), "--settings", "absent.txt"], "'absent.txt': it does not exist")
 
     def test_unknown_keys_are_kept_with_a_warning(self):
         settings = os.path.join(self.dir, "settings.txt")

@@ -5,16 +5,15 @@
 #include <system_error>
 
 #include "Formatting.h"
+#include "InputFile.h"
 #include "ToolError.h"
 #include "kivcore/config/kiv_exception.h"
 
 namespace kivml::cli {
 
 NpyFiles::Loaded NpyFiles::Read(const std::filesystem::path& file) {
+  InputFile::Require(file, "input file");
   std::error_code error;
-  if (!std::filesystem::is_regular_file(file, error)) {
-    throw ToolError("input file '" + file.string() + "' does not exist");
-  }
   const auto bytes = std::filesystem::file_size(file, error);
   std::ifstream in(file, std::ios::binary);
   if (error || !in) {

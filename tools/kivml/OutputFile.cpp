@@ -80,7 +80,7 @@ void OutputFile::RequireWritable(const std::filesystem::path& file, std::string_
   const std::string context = std::string(option) + " '" + file.string() + "'";
   std::error_code error;
   if (std::filesystem::is_directory(file, error)) {
-    throw ToolError(context + ": that is a folder");
+    throw ToolError(context + ": that is a directory");
   }
   const OutputFile probe(file);
   if (!probe.mTemporary) {

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "CLI11Include.h"
+#include "InputFile.h"
 #include "ToolError.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/Trace.h"
@@ -70,6 +71,9 @@ void Check(const Entry& entry) {
 }
 
 std::string ReadFile(const std::string& path) {
+  if (const auto problem = InputFile::Problem(path)) {
+    throw ToolError("cannot read the settings file '" + path + "': it " + *problem);
+  }
   errno = 0;
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
