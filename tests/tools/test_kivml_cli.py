@@ -8,8 +8,11 @@ import os
 import pty
 import shutil
 import shlex
+import signal
+import stat
 import subprocess
 import tempfile
+import threading
 import unittest
 
 import numpy as np
@@ -198,6 +201,36 @@ class RunErrorTest(ToolTestCase):
         x = self.save("x.npy", np.ones((2, 3), np.float32))
         self.fail_with(["run", model("fixed_reshape"), "-i", "x=" + x, "--batched"], "cannot run batched")
 
+    def test_unwritable_outputs_give_the_reason(self):
+        a = self.save("a.npy", np.ones((1, 3), np.float32))
+        args = ["run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "-o", "out"]
+        os.makedirs(os.path.join(self.dir, "out", "output1.npy"))  # a directory where the output goes
+        self.fail_with(args, "cannot write '" + os.path.join("out", "output1.npy") + "': ")
+        if not RUNNER:
+            self.fail_with(args, "Is a directory")
+        if hasattr(os, "geteuid") and os.geteuid() != 0:  # root writes anywhere
+            os.rmdir(os.path.join(self.dir, "out", "output1.npy"))
+            os.chmod(os.path.join(self.dir, "out"), 0o500)
+            self.addCleanup(os.chmod, os.path.join(self.dir, "out"), 0o700)
+            self.fail_with(args, "Permission denied")
+
+    @unittest.skipIf(RUNNER or not hasattr(signal, "SIGXFSZ"), "needs a POSIX file-size limit")
+    def test_a_full_disk_leaves_no_truncated_output(self):
+        import resource
+
+        def small_files():
+            # Writes past 100 bytes fail with EFBIG as on a full disk, rather than killing the tool.
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100))
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+
+        a = self.save("a.npy", np.ones((1, 3), np.float32))  # 140 bytes as an output
+        os.mkdir(os.path.join(self.dir, "out"))
+        result = subprocess.run([*TOOL, "run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "-o", "out"],
+                                cwd=self.dir, capture_output=True, text=True, timeout=60, preexec_fn=small_files)
+        self.assertNotEqual(result.returncode, 0)
+        self.assertEqual(os.listdir(os.path.join(self.dir, "out")), [])
+        self.assertIn("cannot write 'out/output1.npy': File too large", result.stderr)
+
     def test_failed_request_shows_the_result_code(self):
         x = self.save("x.npy", np.ones((2, 4), np.float32))
         self.fail_with(["run", model("fixed_reshape"), "-i", "x=" + x], "request failed: 0xED6C0004", "Reshape")
@@ -288,6 +321,21 @@ class BenchTest(ToolTestCase):
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("--plot needs gnuplot", result.stderr)
         self.assertEqual(result.stdout, "")  # refused before the model loads
+
+    @unittest.skipIf(RUNNER or not hasattr(os, "mkfifo"), "needs a POSIX FIFO")
+    def test_a_report_to_a_fifo_is_written_into_it(self):
+        # Renaming into place would replace the FIFO, as it would /dev/stdout or /dev/null.
+        fifo = os.path.join(self.dir, "report")
+        os.mkfifo(fifo)
+        received = []
+        reader = threading.Thread(target=lambda: received.append(open(fifo).read()), daemon=True)
+        reader.start()
+        self.succeed("bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched", "--warmup", "0",
+                     "--json", fifo)
+        reader.join(timeout=10)
+        self.assertEqual(json.loads(received[0])["requests"], 2)
+        self.assertTrue(stat.S_ISFIFO(os.stat(fifo).st_mode))
+        self.assertEqual(os.listdir(self.dir), ["report"])
 
     def test_unwritable_report_files_stop_the_bench_before_it_runs(self):
         args = ["bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched", "--warmup", "0"]

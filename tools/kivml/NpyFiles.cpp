@@ -6,6 +6,7 @@
 
 #include "Formatting.h"
 #include "InputFile.h"
+#include "OutputFile.h"
 #include "ToolError.h"
 #include "kivcore/config/kiv_exception.h"
 
@@ -41,12 +42,9 @@ void NpyFiles::Write(const std::filesystem::path& file,
   } catch (const kivcore::kiv_exception&) {
     throw ToolError("cannot write '" + file.string() + "': " + DescribeFailure(std::current_exception()));
   }
-  std::ofstream out(file, std::ios::binary | std::ios::trunc);
-  out.write(image->Buffer(), static_cast<std::streamsize>(image->Size()));
-  out.close();
-  if (!out) {
-    throw ToolError("cannot write '" + file.string() + "'");
-  }
+  OutputFile::Replace(file, [&](std::ostream& out) {
+    out.write(image->Buffer(), static_cast<std::streamsize>(image->Size()));
+  });
 }
 
 std::string NpyFiles::SafeFileStem(std::string_view featureName) {
