@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -55,6 +56,23 @@ TEST(KivmlToolFormatting, ColumnsAlignAndLinesHaveNoTrailingBlanks) {
             "> a        1  x\n"
             "> long  1234\n"
             "> b\n");
+}
+
+TEST(KivmlToolFormatting, ControlCharactersAreEscapedAndOtherTextKept) {
+  EXPECT_EQ(EscapeControlCharacters("\x1b[2Jred\x07"), "\\x1b[2Jred\\x07");
+  EXPECT_EQ(EscapeControlCharacters(std::string_view("<f\0004", 4)), "<f\\x004");
+  EXPECT_EQ(EscapeControlCharacters("tab\tline\ndel\x7f"), "tab\\x09line\\x0adel\\x7f");
+  // C1 controls as UTF-8 encodes them (U+009B is a one-character CSI); other UTF-8 stays as it is.
+  EXPECT_EQ(EscapeControlCharacters("\xC2\x9B"
+                                    "31m \xC2\xA0 caf\xC3\xA9 \\x1b"),
+            "\\u009b31m \xC2\xA0 caf\xC3\xA9 \\x1b");
+  EXPECT_EQ(EscapeControlCharacters("ends in \xC2"), "ends in \xC2");
+
+  std::ostringstream out;
+  PrintColumns(out, {{"a\x1b", "x"}, {"long name", "y"}}, "");
+  EXPECT_EQ(out.str(),
+            "a\\x1b      x\n"
+            "long name  y\n");
 }
 
 TEST(KivmlToolNpyFiles, FileStemsAreSafeAndNeverEmpty) {

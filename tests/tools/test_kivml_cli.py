@@ -10,6 +10,7 @@ import shutil
 import shlex
 import signal
 import stat
+import struct
 import subprocess
 import tempfile
 import threading
@@ -26,7 +27,7 @@ TOOL_MODELS = os.environ.get("KIVML_TOOL_MODELS", "")
 
 
 def model(name):
-    folder = TOOL_MODELS if name in ("mixed", "fixed_reshape") else TEST_MODELS
+    folder = TOOL_MODELS if name in ("mixed", "fixed_reshape", "escapes") else TEST_MODELS
     return os.path.join(folder, name + ".onnx")
 
 
@@ -97,6 +98,16 @@ class InfoTest(ToolTestCase):
 
     def test_marks_types_the_library_cannot_carry(self):
         self.assertRegex(self.succeed("info", model("half")).stdout, r"x\s+float16\s+\[1, 2\]\s+\(not supported by kivml\)")
+
+    def test_control_characters_from_the_model_are_escaped(self):
+        out = self.succeed("info", model("escapes")).stdout
+        self.assertNotRegex(out, "[\x00-\x09\x0b-\x1f\x7f-\x9f]")  # nothing raw but the line ends
+        self.assertRegex(out, r"in\\x1b\[1mput\s+float32\s+\[N, W\\x1b\[0m\]")
+        self.assertRegex(out, r"out\\x09put\s+float32")
+        self.assertRegex(out, r"bell\\x07\s+= c1 \\u009b31m here")
+        self.assertRegex(out, r"note\s+= \\x1b\[2J\\x1b\[31mred")
+        self.assertIn(r"= one\x0atwo\x7f", out)
+        self.fail_with(["run", model("escapes")], r"input 'in\x1b[1mput' is required")
 
 
 class RunTest(ToolTestCase):
@@ -191,6 +202,20 @@ class RunErrorTest(ToolTestCase):
         with open(garbage, "wb") as file:
             file.write(b"not numpy at all")
         self.fail_with(self.add_args(garbage), "g.npy", "not a .npy image")
+
+    def test_control_characters_in_a_dtype_are_shown_escaped(self):
+        def npy(descr):
+            header = ("{'descr': '%s', 'fortran_order': False, 'shape': (1, 3), }" % descr).encode("latin-1")
+            header += b" " * (-(10 + len(header) + 1) % 64) + b"\n"
+            path = os.path.join(self.dir, "odd.npy")
+            with open(path, "wb") as file:
+                file.write(b"\x93NUMPY\x01\x00" + struct.pack("<H", len(header)) + header + bytes(12))
+            return path
+
+        # The library's message ends at a NUL: the tool shows the whole header.
+        self.fail_with(self.add_args(npy("<f\x004")), "odd.npy", "NUL byte", r"{'descr': '<f\x004', 'fortran_order'")
+        error = self.fail_with(self.add_args(npy("\x1b[31m<f4")), r"unsupported dtype '\x1b[31m<f4'")
+        self.assertNotIn("\x1b", error)
 
     def test_models_the_tool_cannot_serve(self):
         garbage = os.path.join(self.dir, "garbage.onnx")

@@ -172,7 +172,7 @@ void BenchReport::PrintSetup(std::ostream& out) const {
 void BenchReport::PrintTables(std::ostream& out) const {
   for (const BenchMode& mode : mModes) {
     out << '\n'
-        << mode.name << " on " << mode.device << ": " << mode.batchSize
+        << mode.name << " on " << EscapeControlCharacters(mode.device) << ": " << mode.batchSize
         << (mode.batchSize == 1 ? " row" : " rows")
         << " per run; kivml: one request per call, latency from queue to answer; raw: "
         << (mode.batchSize == 1 ? "one row" : "perfect batches") << " per Run, latency of Run\n";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <string_view>
 #include <system_error>
 
 #include "Formatting.h"
@@ -9,8 +10,33 @@
 #include "OutputFile.h"
 #include "ToolError.h"
 #include "kivcore/config/kiv_exception.h"
+#include "kivcore/string/StringConversions.h"
 
 namespace kivml::cli {
+
+namespace {
+
+// The header dictionary of a .npy image, as far as the image holds it; empty without the magic string.
+// Version 1.0 gives its length in two bytes, the later versions in four.
+std::string_view HeaderText(const char* bytes, size_t size) {
+  constexpr std::string_view kMagic("\x93NUMPY");
+  constexpr size_t kLengthOffset = 8;
+  if (size < kLengthOffset || std::string_view(bytes, kMagic.size()) != kMagic) {
+    return {};
+  }
+  const size_t lengthBytes = bytes[6] == 1 ? 2 : 4;
+  const size_t start = kLengthOffset + lengthBytes;
+  if (size < start) {
+    return {};
+  }
+  size_t length = 0;
+  for (size_t i = lengthBytes; i-- > 0;) {
+    length = length << 8U | static_cast<unsigned char>(bytes[kLengthOffset + i]);
+  }
+  return {bytes + start, std::min(length, size - start)};
+}
+
+}  // namespace
 
 NpyFiles::Loaded NpyFiles::Read(const std::filesystem::path& file) {
   InputFile::Require(file, "input file");
@@ -28,7 +54,13 @@ NpyFiles::Loaded NpyFiles::Read(const std::filesystem::path& file) {
   try {
     loaded.tensor = debug::CreateTensorFromStandardNumpy(loaded.image);
   } catch (const kivcore::kiv_exception& exception) {
-    throw ToolError("'" + file.string() + "' is not a .npy file kivml reads: " + exception.what());
+    std::string reason = exception.what();
+    // The library's messages are C strings, which a NUL in the header (a dtype '<f\0') cuts short.
+    const std::string_view header = HeaderText(loaded.image->Buffer(), loaded.image->Size());
+    if (header.find('\0') != std::string_view::npos) {
+      reason = "its header holds a NUL byte: " + EscapeControlCharacters(kivcore::string::TrimBlanks(header));
+    }
+    throw ToolError("'" + file.string() + "' is not a .npy file kivml reads: " + reason);
   }
   return loaded;
 }

@@ -208,7 +208,7 @@ int RunCommand::Execute() const {
       signature.StartEvaluator(mBatched ? kBatchedInference : kUnbatchedInference, &device);
   const auto [outputs, seconds] = RunRepeatedly(signature, *evaluator, request.features);
   WriteOutputs(signature, outputs);
-  std::cerr << "on " << device.Describe(mGpu) << ": ran " << mRepeat
+  std::cerr << "on " << EscapeControlCharacters(device.Describe(mGpu)) << ": ran " << mRepeat
             << (mRepeat == 1 ? " request" : " requests, answers agree") << "; mean "
             << FormatFixed(seconds * 1e3, 3) << " ms per request\n";
   return 0;

@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "CLI11Include.h"
+#include "Formatting.h"
 #include "InputFile.h"
 #include "ToolError.h"
 #include "kivcore/debug/DebugDatabase.h"
@@ -58,8 +59,10 @@ void Check(const Entry& entry) {
   const auto known = std::find_if(kKnownKeys.begin(), kKnownKeys.end(),
                                   [&](const KnownKey& candidate) { return candidate.key == entry.key; });
   if (known == kKnownKeys.end()) {
-    std::cerr << "kivml: warning: " << entry.origin << ": kivml reads no setting '" << entry.key
-              << "' (set all the same)\n";
+    std::cerr << "kivml: warning: "
+              << EscapeControlCharacters(entry.origin + ": kivml reads no setting '" + entry.key +
+                                         "' (set all the same)")
+              << '\n';
     return;
   }
   if (known->kind == ValueKind::kWholeNumber && !IsWholeNumber(entry.value)) {
