@@ -217,6 +217,26 @@ class RunErrorTest(ToolTestCase):
         error = self.fail_with(self.add_args(npy("\x1b[31m<f4")), r"unsupported dtype '\x1b[31m<f4'")
         self.assertNotIn("\x1b", error)
 
+    @unittest.skipIf(RUNNER or not hasattr(signal, "SIGXFSZ"), "needs POSIX resource limits")
+    def test_a_file_too_large_for_memory_names_the_input_and_the_bytes(self):
+        import resource
+
+        def small_address_space():  # so that 40 GB cannot be allocated on any machine
+            resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
+
+        def run(*args):
+            return subprocess.run([*TOOL, *args], cwd=self.dir, capture_output=True, text=True, timeout=60,
+                                  preexec_fn=small_address_space)
+
+        if run("info", model("add")).returncode != 0:
+            self.skipTest("the tool does not run in 4 GiB of address space (a sanitizer's shadow memory)")
+        big = self.save("big.npy", np.ones((1, 3), np.float32))
+        with open(big, "r+b") as file:
+            file.truncate(40_000_000_128)  # sparse: takes no room on disk
+        result = run(*self.add_args(big))
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("input 'input1': cannot allocate 40000000128 bytes to read '%s'" % big, result.stderr)
+
     def test_models_the_tool_cannot_serve(self):
         garbage = os.path.join(self.dir, "garbage.onnx")
         with open(garbage, "w") as file:
@@ -395,6 +415,14 @@ class BenchTest(ToolTestCase):
         self.fail_with(args + ["image:1=2"], "fixes that dimension at 1")
         self.fail_with(args + ["N=2"], "batch dimension")
         self.fail_with(args + ["H=0"], "positive SIZE")
+
+    def test_dims_too_large_for_memory_name_the_input_and_the_bytes(self):
+        args = ["bench", model("free_hw"), "--unbatched", "--requests", "1", "--concurrency", "1", "--warmup", "0"]
+        # 2^50 bytes, beyond any machine's address space; 2^82 wraps to nothing in 64 bits.
+        self.fail_with(args + ["--dim", "H=16777216", "--dim", "W=16777216"],
+                       "input 'image': [1, 1, 16777216, 16777216] of float32 needs 1125899906842624 bytes", quiet=False)
+        self.fail_with(args + ["--dim", "H=1099511627776", "--dim", "W=1099511627776"],
+                       "input 'image': [1, 1, 1099511627776, 1099511627776] of float32 needs more bytes than 64 bits")
 
     def test_counts_that_are_not_whole_numbers_or_repeat(self):
         args = ["bench", model("add"), "--requests", "1", "--unbatched"]

@@ -45,7 +45,7 @@ class BenchInputs {
   static constexpr int64_t kDefaultFreeDimension = 32;
 
   // `dims` holds the --dim arguments; throws ToolError for one that is malformed, names nothing or names
-  // a dimension that is not free.
+  // a dimension that is not free, or when an input would need more bytes than 64 bits count.
   BenchInputs(const ModelSignature& signature, const std::vector<std::string>& dims);
 
   const std::vector<BenchInput>& Inputs() const { return mInputs; }
@@ -55,6 +55,7 @@ class BenchInputs {
   utility::FeatureContainerVector MakeRequest(uint64_t seed) const;
   // `rows` requests' worth of fresh random values in one batch, in the model's input order.
   RawBatch MakeRawBatch(size_t rows, uint64_t seed) const;
+  // Both throw ToolError naming the input and the bytes asked for when memory cannot hold them.
 
  private:
   std::vector<BenchInput> mInputs;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <new>
 #include <string_view>
 #include <system_error>
 
@@ -47,7 +48,11 @@ NpyFiles::Loaded NpyFiles::Read(const std::filesystem::path& file) {
     throw ToolError("cannot read '" + file.string() + "'");
   }
   Loaded loaded;
-  loaded.image = kivcore::allocator::RecycledMemory::Create(static_cast<size_t>(bytes));
+  try {
+    loaded.image = kivcore::allocator::RecycledMemory::Create(static_cast<size_t>(bytes));
+  } catch (const std::bad_alloc&) {
+    throw ToolError("cannot allocate " + std::to_string(bytes) + " bytes to read '" + file.string() + "'");
+  }
   if (bytes > 0 && !in.read(loaded.image->Buffer(), static_cast<std::streamsize>(bytes))) {
     throw ToolError("cannot read '" + file.string() + "'");
   }

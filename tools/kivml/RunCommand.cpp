@@ -106,7 +106,12 @@ RunCommand::Request RunCommand::ReadInputs(const ModelSignature& signature) cons
     if (!given.insert(name).second) {
       throw ToolError("input '" + name + "' is given twice");
     }
-    NpyFiles::Loaded loaded = NpyFiles::Read(file);
+    NpyFiles::Loaded loaded;
+    try {
+      loaded = NpyFiles::Read(file);
+    } catch (const ToolError& error) {
+      throw ToolError("input '" + name + "': " + error.what());
+    }
     const auto& tensor = loaded.tensor;
     if (tensor.mElementType != input->elementType) {
       throw ToolError("input '" + name + "' (" + file + "): the model takes " + input->typeName +
