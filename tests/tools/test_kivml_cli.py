@@ -3,6 +3,7 @@
 NumPy. The environment names the tool (KIVML_TOOL) and the model folders (KIVML_TEST_MODELS, written by
 tests/models/make_test_models.py, and KIVML_TOOL_MODELS, by make_tool_models.py)."""
 
+import fcntl
 import json
 import os
 import pty
@@ -13,6 +14,7 @@ import stat
 import struct
 import subprocess
 import tempfile
+import termios
 import threading
 import unittest
 
@@ -330,13 +332,15 @@ class BenchTest(ToolTestCase):
         self.fail_with(["bench", model("fixed_reshape"), "--requests", "2", "--concurrency", "2", "--warmup", "0"],
                        "request failed: 0xED6C0004", "Reshape", quiet=False)
 
-    @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
-    def test_progress_bar_only_on_a_terminal(self):
+    def draw_on_a_terminal(self, *args, columns=None):
+        """Runs a bench with stderr on a pseudo-terminal (`columns` wide, or of no stated size); returns what it drew."""
         controller, terminal = pty.openpty()
         self.addCleanup(os.close, controller)
+        if columns:
+            fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
         with open(os.devnull, "w") as devnull:
-            process = subprocess.Popen([*TOOL, "bench", model("add"), "--requests", "2000", "--concurrency", "1",
-                                        "--unbatched", "--warmup", "0"], cwd=self.dir, stdout=devnull, stderr=terminal)
+            process = subprocess.Popen([*TOOL, "bench", model("add"), "--requests", "2000", "--warmup", "0", *args],
+                                       cwd=self.dir, stdout=devnull, stderr=terminal)
         os.close(terminal)
         drawn = b""
         while True:
@@ -348,8 +352,22 @@ class BenchTest(ToolTestCase):
                 break
             drawn += chunk
         self.assertEqual(process.wait(timeout=60), 0)
+        return drawn
+
+    @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
+    def test_progress_bar_only_on_a_terminal(self):
+        drawn = self.draw_on_a_terminal("--concurrency", "1", "--unbatched")
         self.assertIn(b"unbatched conc 1 kivml 1/4 [", drawn)
         self.assertTrue(drawn.endswith(b"\r"), drawn[-80:])  # the line is cleared at the end
+
+    @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
+    def test_progress_bar_fits_a_narrow_terminal(self):
+        # A line as wide as the terminal would wrap, and every redraw would scroll it.
+        drawn = self.draw_on_a_terminal("--concurrency", "1,16", "--batched", columns=40)
+        lines = [line for line in drawn.split(b"\r") if line.strip()]
+        self.assertTrue(any(line.startswith(b"batched conc 16 kivml") for line in lines), drawn[-200:])
+        for line in lines:
+            self.assertLess(len(line), 40, line)
 
     @unittest.skipIf(RUNNER, "gnuplot is a program of this machine, which the Windows tool does not run")
     @unittest.skipUnless(shutil.which("gnuplot"), "needs gnuplot")
