@@ -252,7 +252,7 @@ class RunErrorTest(ToolTestCase):
         a = self.save("a.npy", np.ones((1, 3), np.float32))
         args = ["run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "-o", "out"]
         os.makedirs(os.path.join(self.dir, "out", "output1.npy"))  # a directory where the output goes
-        self.fail_with(args, "cannot write '" + os.path.join("out", "output1.npy") + "': ")
+        self.fail_with(args, "cannot write 'out", "output1.npy': ")  # the tool's separator, / or \\
         if not RUNNER:
             self.fail_with(args, "Is a directory")
         if hasattr(os, "geteuid") and os.geteuid() != 0:  # root writes anywhere
