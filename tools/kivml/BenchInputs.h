@@ -51,11 +51,12 @@ class BenchInputs {
   const std::vector<BenchInput>& Inputs() const { return mInputs; }
   const std::vector<ResolvedDim>& FreeDims() const { return mFreeDims; }
 
-  // One request over fresh random values.
+  // One request over fresh random values. Throws ToolError naming the input and the bytes asked for when
+  // memory cannot hold them.
   utility::FeatureContainerVector MakeRequest(uint64_t seed) const;
-  // `rows` requests' worth of fresh random values in one batch, in the model's input order.
+  // `rows` requests' worth of fresh random values in one batch, in the model's input order; throws as
+  // MakeRequest does.
   RawBatch MakeRawBatch(size_t rows, uint64_t seed) const;
-  // Both throw ToolError naming the input and the bytes asked for when memory cannot hold them.
 
  private:
   std::vector<BenchInput> mInputs;
