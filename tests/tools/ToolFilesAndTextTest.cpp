@@ -1,15 +1,21 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "Formatting.h"
 #include "NpyFiles.h"
+#include "OutputFile.h"
 #include "ToolError.h"
 #include "kivcore/config/kiv_exception.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
@@ -50,6 +56,23 @@ TEST(KivmlToolFormatting, ColumnsAlignAndLinesHaveNoTrailingBlanks) {
             "> a        1  x\n"
             "> long  1234\n"
             "> b\n");
+}
+
+TEST(KivmlToolFormatting, ControlCharactersAreEscapedAndOtherTextKept) {
+  EXPECT_EQ(EscapeControlCharacters("\x1b[2Jred\x07"), "\\x1b[2Jred\\x07");
+  EXPECT_EQ(EscapeControlCharacters(std::string_view("<f\0004", 4)), "<f\\x004");
+  EXPECT_EQ(EscapeControlCharacters("tab\tline\ndel\x7f"), "tab\\x09line\\x0adel\\x7f");
+  // C1 controls as UTF-8 encodes them (U+009B is a one-character CSI); other UTF-8 stays as it is.
+  EXPECT_EQ(EscapeControlCharacters("\xC2\x9B"
+                                    "31m \xC2\xA0 caf\xC3\xA9 \\x1b"),
+            "\\u009b31m \xC2\xA0 caf\xC3\xA9 \\x1b");
+  EXPECT_EQ(EscapeControlCharacters("ends in \xC2"), "ends in \xC2");
+
+  std::ostringstream out;
+  PrintColumns(out, {{"a\x1b", "x"}, {"long name", "y"}}, "");
+  EXPECT_EQ(out.str(),
+            "a\\x1b      x\n"
+            "long name  y\n");
 }
 
 TEST(KivmlToolNpyFiles, FileStemsAreSafeAndNeverEmpty) {
@@ -105,6 +128,89 @@ TEST_F(KivmlToolNpyFilesOnDisk, FailuresNameTheFile) {
   const auto tensor = utility::CreatePackedTensor(memory, 4, ShapeType{1});
   EXPECT_THROW(NpyFiles::Write(mDir / "no_such_dir" / "t.npy", tensor, features::kFloat32TensorFeatureType),
                ToolError);
+}
+
+class KivmlToolOutputFile : public KivmlToolNpyFilesOnDisk {
+ protected:
+  // Every name in the directory, to catch a temporary file left behind.
+  std::vector<std::string> Listing() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(mDir)) {
+      names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  static std::string Contents(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+  }
+};
+
+TEST_F(KivmlToolOutputFile, AFailedWriteLeavesTheEarlierFileAndNoTemporary) {
+  const auto file = mDir / "report.json";
+  OutputFile::Replace(file, [](std::ostream& out) { out << "first"; });
+  // A stream failing part-way, as on a full disk, and a writer that gives up.
+  EXPECT_THROW(OutputFile::Replace(file,
+                                   [](std::ostream& out) {
+                                     out << "sec";
+                                     out.setstate(std::ios::badbit);
+                                   }),
+               ToolError);
+  EXPECT_THROW(OutputFile::Replace(file,
+                                   [](std::ostream& out) {
+                                     out << "sec";
+                                     throw std::runtime_error("gave up");
+                                   }),
+               std::runtime_error);
+  EXPECT_EQ(Contents(file), "first");
+  EXPECT_EQ(Listing(), std::vector<std::string>{"report.json"});
+
+  OutputFile::Replace(file, [](std::ostream& out) { out << "second"; });
+  EXPECT_EQ(Contents(file), "second");
+  EXPECT_EQ(Listing(), std::vector<std::string>{"report.json"});
+}
+
+TEST_F(KivmlToolOutputFile, ALinkKeepsPointingAtTheFileItReplaces) {
+  const auto target = mDir / "target.json";
+  const auto link = mDir / "link.json";
+  OutputFile::Replace(target, [](std::ostream& out) { out << "old"; });
+  std::error_code error;
+  std::filesystem::create_symlink(target, link, error);
+  if (error) {
+    GTEST_SKIP() << "no symbolic links here: " << error.message();
+  }
+  OutputFile::Replace(link, [](std::ostream& out) { out << "new"; });
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(Contents(target), "new");
+  EXPECT_EQ(Listing(), (std::vector<std::string>{"link.json", "target.json"}));
+}
+
+TEST_F(KivmlToolOutputFile, FailuresGiveTheOptionAndTheSystemsReason) {
+  const std::string missingFolder = std::generic_category().message(ENOENT);
+  const auto expectFailure = [&](const auto& write, const std::string& expected) {
+    try {
+      write();
+      ADD_FAILURE() << "no failure, expected: " << expected;
+    } catch (const ToolError& error) {
+      EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
+    }
+  };
+  const auto nowhere = mDir / "missing" / "x.npy";
+  expectFailure([&] { OutputFile::Replace(nowhere, [](std::ostream& out) { out << "x"; }); },
+                "cannot write '" + nowhere.string() + "': " + missingFolder);
+  expectFailure([&] { OutputFile::RequireWritable(nowhere, "--json"); },
+                "--json '" + nowhere.string() + "': cannot write there: " + missingFolder);
+  std::filesystem::create_directory(mDir / "folder");
+  expectFailure([&] { OutputFile::RequireWritable(mDir / "folder", "--plot"); }, "that is a directory");
+  // Replacing a directory fails at the rename, after the content is written.
+  expectFailure([&] { OutputFile::Replace(mDir / "folder", [](std::ostream& out) { out << "x"; }); },
+                "cannot write '" + (mDir / "folder").string() + "': ");
+  OutputFile::RequireWritable(mDir / "fine.json", "--json");
+  EXPECT_EQ(Listing(), std::vector<std::string>{"folder"});
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <set>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "ClosedLoop.h"
@@ -91,6 +93,24 @@ TEST(KivmlToolClosedLoop, AFailedCallStopsTheLoopAndReachesTheCaller) {
                  std::runtime_error);
     if (clients == 1) {
       EXPECT_EQ(calls.load(), 6U);  // nothing after the failure
+    }
+  }
+}
+
+TEST(KivmlToolProgressBar, LinesFitTheTerminalWidth) {
+  EXPECT_EQ(ProgressBar::Layout("unbatched conc 1 kivml 1/4", 250, 1000, 80),
+            "unbatched conc 1 kivml 1/4 [#######.......................] 250/1000");
+  // The longest kind of label: first the bar narrows, then it goes, then the label is cut.
+  const std::string label = "batched conc 4096 kivml warm-up";
+  EXPECT_EQ(ProgressBar::Layout(label, 500, 1000, 60), label + " [########........] 500/1000");
+  EXPECT_EQ(ProgressBar::Layout(label, 500, 1000, 41), label + " 500/1000");
+  EXPECT_EQ(ProgressBar::Layout(label, 500, 1000, 30), "batched conc 4096... 500/1000");
+  EXPECT_EQ(ProgressBar::Layout(label, 500, 1000, 10), "batched c");
+  EXPECT_EQ(ProgressBar::Layout(label, 500, 1000, 0), "");
+  for (size_t columns = 0; columns <= 120; ++columns) {
+    for (const size_t done : {0U, 1U, 999U, 1000U}) {
+      const std::string line = ProgressBar::Layout(label, done, 1000, columns);
+      EXPECT_LT(line.size(), std::max<size_t>(columns, 1)) << columns << ": " << line;
     }
   }
 }

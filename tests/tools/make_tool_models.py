@@ -3,7 +3,8 @@
 `mixed`, whose inputs and outputs cover float64, int64 and int32 (with output names that are not file-safe, two
 of which make the same file name), and
 `fixed_reshape`, which passes the tool's checks for any length of its free axis but fails in ONNX Runtime unless
-that length is 3."""
+that length is 3, and
+`escapes`, whose names and metadata hold terminal control sequences that the tool must not print raw."""
 
 import os
 import sys
@@ -35,6 +36,11 @@ def main(folder):
     save(folder, "fixed_reshape",
          [helper.make_node("Constant", [], ["shape"], value=shape), helper.make_node("Reshape", ["x", "shape"], ["y"])],
          [tensor("x", TensorProto.FLOAT, [2, "L"])], [tensor("y", TensorProto.FLOAT, [2, 3])])
+    save(folder, "escapes", [helper.make_node("Add", ["in\x1b[1mput", "input2"], ["out\tput"])],
+         [tensor("in\x1b[1mput", TensorProto.FLOAT, ["N", "W\x1b[0m"], True),
+          tensor("input2", TensorProto.FLOAT, ["N", "W\x1b[0m"], True)],
+         [tensor("out\tput", TensorProto.FLOAT, ["N", "W\x1b[0m"], True)],
+         metadata={"note": "\x1b[2J\x1b[31mred", "bell\x07": "c1 \u009b31m here", "lines": "one\ntwo\x7f"})
 
 
 if __name__ == "__main__":

@@ -3,13 +3,19 @@
 NumPy. The environment names the tool (KIVML_TOOL) and the model folders (KIVML_TEST_MODELS, written by
 tests/models/make_test_models.py, and KIVML_TOOL_MODELS, by make_tool_models.py)."""
 
+import fcntl
 import json
 import os
 import pty
 import shutil
 import shlex
+import signal
+import stat
+import struct
 import subprocess
 import tempfile
+import termios
+import threading
 import unittest
 
 import numpy as np
@@ -23,7 +29,7 @@ TOOL_MODELS = os.environ.get("KIVML_TOOL_MODELS", "")
 
 
 def model(name):
-    folder = TOOL_MODELS if name in ("mixed", "fixed_reshape") else TEST_MODELS
+    folder = TOOL_MODELS if name in ("mixed", "fixed_reshape", "escapes") else TEST_MODELS
     return os.path.join(folder, name + ".onnx")
 
 
@@ -33,9 +39,9 @@ class ToolTestCase(unittest.TestCase):
         self.addCleanup(scratch.cleanup)
         self.dir = scratch.name
 
-    def kivml(self, *args):
+    def kivml(self, *args, timeout=60):
         """Runs the tool in the scratch folder with stderr piped, as under ctest or in a log."""
-        return subprocess.run([*TOOL, *args], cwd=self.dir, capture_output=True, text=True, timeout=60)
+        return subprocess.run([*TOOL, *args], cwd=self.dir, capture_output=True, text=True, timeout=timeout)
 
     def succeed(self, *args):
         result = self.kivml(*args)
@@ -54,6 +60,14 @@ class ToolTestCase(unittest.TestCase):
         if quiet:
             self.assertEqual(result.stdout, "")
         return errors[0]
+
+    def usage_error(self, args, *fragments):
+        """The tool must refuse the command line (status 2) with every fragment on stderr, before any work."""
+        result = self.kivml(*args, timeout=30)
+        self.assertEqual(result.returncode, 2, result.stderr)
+        for fragment in fragments:
+            self.assertIn(fragment, result.stderr)
+        self.assertEqual(result.stdout, "")
 
     def save(self, name, array):
         path = os.path.join(self.dir, name)
@@ -86,6 +100,16 @@ class InfoTest(ToolTestCase):
 
     def test_marks_types_the_library_cannot_carry(self):
         self.assertRegex(self.succeed("info", model("half")).stdout, r"x\s+float16\s+\[1, 2\]\s+\(not supported by kivml\)")
+
+    def test_control_characters_from_the_model_are_escaped(self):
+        out = self.succeed("info", model("escapes")).stdout
+        self.assertNotRegex(out, "[\x00-\x09\x0b-\x1f\x7f-\x9f]")  # nothing raw but the line ends
+        self.assertRegex(out, r"in\\x1b\[1mput\s+float32\s+\[N, W\\x1b\[0m\]")
+        self.assertRegex(out, r"out\\x09put\s+float32")
+        self.assertRegex(out, r"bell\\x07\s+= c1 \\u009b31m here")
+        self.assertRegex(out, r"note\s+= \\x1b\[2J\\x1b\[31mred")
+        self.assertIn(r"= one\x0atwo\x7f", out)
+        self.fail_with(["run", model("escapes")], r"input 'in\x1b[1mput' is required")
 
 
 class RunTest(ToolTestCase):
@@ -147,6 +171,14 @@ class RunErrorTest(ToolTestCase):
         self.fail_with(["run", model("nothing_here")], "model file", "nothing_here.onnx", "does not exist")
         self.fail_with(self.add_args("missing.npy"), "input file 'missing.npy' does not exist")
 
+    def test_paths_that_are_not_files_say_what_they_are(self):
+        os.mkdir(os.path.join(self.dir, "folder"))
+        self.fail_with(["info", "folder"], "model file 'folder' is a directory, not a file")
+        self.fail_with(self.add_args("folder"), "input file 'folder' is a directory, not a file")
+        self.fail_with(["info", model("add"), "--settings", "folder"], "settings file 'folder': it is a directory")
+        if not RUNNER:
+            self.fail_with(["info", os.devnull], "model file '%s' is a character device, not a regular file" % os.devnull)
+
     def test_input_names(self):
         a = self.save("a.npy", np.ones((1, 3), np.float32))
         self.fail_with(["run", model("add"), "-i", "inputX=" + a], "no input 'inputX'", "input1, input2")
@@ -173,6 +205,40 @@ class RunErrorTest(ToolTestCase):
             file.write(b"not numpy at all")
         self.fail_with(self.add_args(garbage), "g.npy", "not a .npy image")
 
+    def test_control_characters_in_a_dtype_are_shown_escaped(self):
+        def npy(descr):
+            header = ("{'descr': '%s', 'fortran_order': False, 'shape': (1, 3), }" % descr).encode("latin-1")
+            header += b" " * (-(10 + len(header) + 1) % 64) + b"\n"
+            path = os.path.join(self.dir, "odd.npy")
+            with open(path, "wb") as file:
+                file.write(b"\x93NUMPY\x01\x00" + struct.pack("<H", len(header)) + header + bytes(12))
+            return path
+
+        # The library's message ends at a NUL: the tool shows the whole header.
+        self.fail_with(self.add_args(npy("<f\x004")), "odd.npy", "NUL byte", r"{'descr': '<f\x004', 'fortran_order'")
+        error = self.fail_with(self.add_args(npy("\x1b[31m<f4")), r"unsupported dtype '\x1b[31m<f4'")
+        self.assertNotIn("\x1b", error)
+
+    @unittest.skipIf(RUNNER or not hasattr(signal, "SIGXFSZ"), "needs POSIX resource limits")
+    def test_a_file_too_large_for_memory_names_the_input_and_the_bytes(self):
+        import resource
+
+        def small_address_space():  # so that 40 GB cannot be allocated on any machine
+            resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
+
+        def run(*args):
+            return subprocess.run([*TOOL, *args], cwd=self.dir, capture_output=True, text=True, timeout=60,
+                                  preexec_fn=small_address_space)
+
+        if run("info", model("add")).returncode != 0:
+            self.skipTest("the tool does not run in 4 GiB of address space (a sanitizer's shadow memory)")
+        big = self.save("big.npy", np.ones((1, 3), np.float32))
+        with open(big, "r+b") as file:
+            file.truncate(40_000_000_128)  # sparse: takes no room on disk
+        result = run(*self.add_args(big))
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("input 'input1': cannot allocate 40000000128 bytes to read '%s'" % big, result.stderr)
+
     def test_models_the_tool_cannot_serve(self):
         garbage = os.path.join(self.dir, "garbage.onnx")
         with open(garbage, "w") as file:
@@ -181,6 +247,36 @@ class RunErrorTest(ToolTestCase):
         self.fail_with(["run", model("half")], "float16", "cannot exchange")
         x = self.save("x.npy", np.ones((2, 3), np.float32))
         self.fail_with(["run", model("fixed_reshape"), "-i", "x=" + x, "--batched"], "cannot run batched")
+
+    def test_unwritable_outputs_give_the_reason(self):
+        a = self.save("a.npy", np.ones((1, 3), np.float32))
+        args = ["run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "-o", "out"]
+        os.makedirs(os.path.join(self.dir, "out", "output1.npy"))  # a directory where the output goes
+        self.fail_with(args, "cannot write 'out", "output1.npy': ")  # the tool's separator, / or \\
+        if not RUNNER:
+            self.fail_with(args, "Is a directory")
+        if hasattr(os, "geteuid") and os.geteuid() != 0:  # root writes anywhere
+            os.rmdir(os.path.join(self.dir, "out", "output1.npy"))
+            os.chmod(os.path.join(self.dir, "out"), 0o500)
+            self.addCleanup(os.chmod, os.path.join(self.dir, "out"), 0o700)
+            self.fail_with(args, "Permission denied")
+
+    @unittest.skipIf(RUNNER or not hasattr(signal, "SIGXFSZ"), "needs a POSIX file-size limit")
+    def test_a_full_disk_leaves_no_truncated_output(self):
+        import resource
+
+        def small_files():
+            # Writes past 100 bytes fail with EFBIG as on a full disk, rather than killing the tool.
+            resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100))
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+
+        a = self.save("a.npy", np.ones((1, 3), np.float32))  # 140 bytes as an output
+        os.mkdir(os.path.join(self.dir, "out"))
+        result = subprocess.run([*TOOL, "run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "-o", "out"],
+                                cwd=self.dir, capture_output=True, text=True, timeout=60, preexec_fn=small_files)
+        self.assertNotEqual(result.returncode, 0)
+        self.assertEqual(os.listdir(os.path.join(self.dir, "out")), [])
+        self.assertIn("cannot write 'out/output1.npy': File too large", result.stderr)
 
     def test_failed_request_shows_the_result_code(self):
         x = self.save("x.npy", np.ones((2, 4), np.float32))
@@ -214,6 +310,7 @@ class BenchTest(ToolTestCase):
                     self.assertLessEqual(side["p50_ms"], side["p99_ms"])
         self.assertIsNone(report["targets"]["batched"])  # no concurrency fills a batch
         self.assertIn("p50_difference_us", report["targets"]["unbatched"])
+        self.assertEqual(os.listdir(self.dir), ["bench.json"])  # no temporary file left beside it
 
     def test_table_columns_line_up(self):
         out = self.succeed("bench", model("add"), "--requests", "4", "--concurrency", "1,16", "--unbatched", "--warmup", "0").stdout
@@ -235,13 +332,15 @@ class BenchTest(ToolTestCase):
         self.fail_with(["bench", model("fixed_reshape"), "--requests", "2", "--concurrency", "2", "--warmup", "0"],
                        "request failed: 0xED6C0004", "Reshape", quiet=False)
 
-    @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
-    def test_progress_bar_only_on_a_terminal(self):
+    def draw_on_a_terminal(self, *args, columns=None):
+        """Runs a bench with stderr on a pseudo-terminal (`columns` wide, or of no stated size); returns what it drew."""
         controller, terminal = pty.openpty()
         self.addCleanup(os.close, controller)
+        if columns:
+            fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
         with open(os.devnull, "w") as devnull:
-            process = subprocess.Popen([*TOOL, "bench", model("add"), "--requests", "2000", "--concurrency", "1",
-                                        "--unbatched", "--warmup", "0"], cwd=self.dir, stdout=devnull, stderr=terminal)
+            process = subprocess.Popen([*TOOL, "bench", model("add"), "--requests", "2000", "--warmup", "0", *args],
+                                       cwd=self.dir, stdout=devnull, stderr=terminal)
         os.close(terminal)
         drawn = b""
         while True:
@@ -253,8 +352,22 @@ class BenchTest(ToolTestCase):
                 break
             drawn += chunk
         self.assertEqual(process.wait(timeout=60), 0)
+        return drawn
+
+    @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
+    def test_progress_bar_only_on_a_terminal(self):
+        drawn = self.draw_on_a_terminal("--concurrency", "1", "--unbatched")
         self.assertIn(b"unbatched conc 1 kivml 1/4 [", drawn)
         self.assertTrue(drawn.endswith(b"\r"), drawn[-80:])  # the line is cleared at the end
+
+    @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
+    def test_progress_bar_fits_a_narrow_terminal(self):
+        # A line as wide as the terminal would wrap, and every redraw would scroll it.
+        drawn = self.draw_on_a_terminal("--concurrency", "16", "--batched", columns=40)
+        lines = [line for line in drawn.split(b"\r") if line.strip()]
+        self.assertTrue(any(line.startswith(b"batched conc 16 kivml") for line in lines), drawn[-200:])
+        for line in lines:
+            self.assertLess(len(line), 40, line)
 
     @unittest.skipIf(RUNNER, "gnuplot is a program of this machine, which the Windows tool does not run")
     @unittest.skipUnless(shutil.which("gnuplot"), "needs gnuplot")
@@ -270,6 +383,32 @@ class BenchTest(ToolTestCase):
                                 env={**os.environ, "PATH": self.dir}, timeout=60)
         self.assertNotEqual(result.returncode, 0)
         self.assertIn("--plot needs gnuplot", result.stderr)
+        self.assertEqual(result.stdout, "")  # refused before the model loads
+
+    @unittest.skipIf(RUNNER or not hasattr(os, "mkfifo"), "needs a POSIX FIFO")
+    def test_a_report_to_a_fifo_is_written_into_it(self):
+        # Renaming into place would replace the FIFO, as it would /dev/stdout or /dev/null.
+        fifo = os.path.join(self.dir, "report")
+        os.mkfifo(fifo)
+        received = []
+        reader = threading.Thread(target=lambda: received.append(open(fifo).read()), daemon=True)
+        reader.start()
+        self.succeed("bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched", "--warmup", "0",
+                     "--json", fifo)
+        reader.join(timeout=10)
+        self.assertEqual(json.loads(received[0])["requests"], 2)
+        self.assertTrue(stat.S_ISFIFO(os.stat(fifo).st_mode))
+        self.assertEqual(os.listdir(self.dir), ["report"])
+
+    def test_unwritable_report_files_stop_the_bench_before_it_runs(self):
+        args = ["bench", model("add"), "--requests", "2", "--concurrency", "1", "--unbatched", "--warmup", "0"]
+        os.mkdir(os.path.join(self.dir, "folder"))
+        missing = os.path.join("no_such_dir", "b.json")
+        self.fail_with(args + ["--json", missing], "--json '" + missing + "': cannot write there: No such file")
+        self.fail_with(args + ["--json", "folder"], "--json 'folder': that is a directory")
+        if not RUNNER and shutil.which("gnuplot"):
+            self.fail_with(args + ["--plot", os.path.join("folder", "none", "p.png")], "--plot", "No such file")
+        self.assertEqual(os.listdir(self.dir), ["folder"])
 
     def test_dims_by_name_and_by_axis(self):
         self.succeed("bench", model("free_hw"), "--dim", "H=5", "--dim", "image:3=7", "--unbatched", "--requests", "4",
@@ -294,6 +433,30 @@ class BenchTest(ToolTestCase):
         self.fail_with(args + ["image:1=2"], "fixes that dimension at 1")
         self.fail_with(args + ["N=2"], "batch dimension")
         self.fail_with(args + ["H=0"], "positive SIZE")
+
+    def test_dims_too_large_for_memory_name_the_input_and_the_bytes(self):
+        args = ["bench", model("free_hw"), "--unbatched", "--requests", "1", "--concurrency", "1", "--warmup", "0"]
+        # 2^50 bytes, beyond any machine's address space; 2^82 wraps to nothing in 64 bits.
+        self.fail_with(args + ["--dim", "H=16777216", "--dim", "W=16777216"],
+                       "input 'image': [1, 1, 16777216, 16777216] of float32 needs 1125899906842624 bytes", quiet=False)
+        self.fail_with(args + ["--dim", "H=1099511627776", "--dim", "W=1099511627776"],
+                       "input 'image': [1, 1, 1099511627776, 1099511627776] of float32 needs more bytes than 64 bits")
+
+    def test_counts_that_are_not_whole_numbers_or_repeat(self):
+        args = ["bench", model("add"), "--requests", "1", "--unbatched"]
+        # -1 once wrapped to 2^64 warm-up requests; -18446744073709551615 wraps to 1.
+        for option, value, fragment in (("--warmup", "-1", "'-1' is not a whole number"),
+                                         ("--seed", "-5", "'-5' is not a whole number"),
+                                         ("--warmup", "-18446744073709551615", "is not a whole number"),
+                                         ("--seed", "18446744073709551616", "is too large"),
+                                         ("--concurrency", "1,,4", "'1,,4' has an empty item"),
+                                         ("--concurrency", "4,", "'4,' has an empty item"),
+                                         ("--concurrency", "1,4,4", "4 is given twice"),
+                                         ("--concurrency", "0x10", "'0x10' is not a whole number"),
+                                         ("--concurrency", "4097", "4097")):
+            with self.subTest(option=option, value=value):
+                self.usage_error(args + [option, value], option, fragment)
+        self.usage_error(args + ["-c", "2", "-c", "1,2"], "--concurrency", "2 is given twice")
 
 
 class SettingsTest(ToolTestCase):
@@ -321,6 +484,37 @@ class SettingsTest(ToolTestCase):
         self.fail_with(["info", model("add"), "--set", "novalue"], "expected KEY=VALUE")
         self.fail_with(["info", model("add"), "--settings", "absent.txt"], "cannot read the settings file")
         self.fail_with(["info", model("add"), "--trace", "nonsense"], "--trace")
+
+    def test_values_the_library_would_misread(self):
+        info = ["info", model("add")]
+        for entry, fragment in (("kivml.BatchSizeMultiplier=abc", "BatchSizeMultiplier takes a whole number, not 'abc'"),
+                                ("kivml.IdleSpinMicroseconds=-5", "IdleSpinMicroseconds takes a whole number, not '-5'"),
+                                ("KIVSE.ORT.ProfileModels=yes", "ProfileModels takes true or false, not 'yes'"),
+                                ("=4", "expected KEY=VALUE")):
+            with self.subTest(entry=entry):
+                self.fail_with(info + ["--set", entry], "--set '" + entry + "'", fragment)
+
+    def test_settings_file_lines_are_checked(self):
+        settings = os.path.join(self.dir, "settings.txt")
+        info = ["info", model("add"), "--settings", settings]
+        for text, line, fragment in (("# comment\n\ngarbage\n", 3, "expected 'key = value', not 'garbage'"),
+                                     ("kivml.BatchSizeMultiplier = 4\n = 3\n", 2, "the key before '=' is empty"),
+                                     ("\ufeffkivml.IdleSpinMicroseconds = 1O0\r\n", 1,
+                                      "kivml.IdleSpinMicroseconds takes a whole number, not '1O0'")):
+            with self.subTest(text=text):
+                with open(settings, "w", encoding="utf-8", newline="") as file:
+                    file.write(text)
+                self.fail_with(info, "--settings '%s' line %d: %s" % (settings, line, fragment))
+        self.fail_with(["info", model("add"), "--settings", "absent.txt"], "'absent.txt': it does not exist")
+
+    def test_unknown_keys_are_kept_with_a_warning(self):
+        settings = os.path.join(self.dir, "settings.txt")
+        with open(settings, "w") as file:
+            file.write("  kivml.IdleSpinMicroseconds =  0 \nKIVSE.ORT.ProfileModels=false\n")
+        result = self.succeed("info", model("add"), "--settings", settings, "--set", "kivml.BatchSizeMultiplier=4")
+        self.assertNotIn("warning", result.stderr)
+        result = self.succeed("info", model("add"), "--set", "kivml.BatchSizeMultipler=4")
+        self.assertIn("kivml: warning: --set 'kivml.BatchSizeMultipler=4': kivml reads no setting", result.stderr)
 
 
 if __name__ == "__main__":

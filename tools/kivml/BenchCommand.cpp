@@ -1,15 +1,20 @@
 #include "BenchCommand.h"
 
+#include <boost/algorithm/string/split.hpp>
+
 #include <algorithm>
 #include <iostream>
+#include <set>
 #include <thread>
 
 #include "CLI11Include.h"
 #include "Formatting.h"
 #include "ModelSignature.h"
+#include "OutputFile.h"
 #include "ProgressBar.h"
 #include "RawOrtSession.h"
 #include "ToolError.h"
+#include "WholeNumberValidator.h"
 #include "kivml/CreatePreferredEvaluator.h"
 
 namespace kivml::cli {
@@ -25,6 +30,8 @@ constexpr size_t kPrimingBatches = 8;
 // The measured requests of each side are split into this many rounds, kivml and raw taking turns, so that
 // a machine whose speed drifts during the run (shared, throttled) slows both sides alike.
 constexpr size_t kRounds = 4;
+constexpr size_t kMostRequests = 100'000'000;
+constexpr size_t kMostClients = 4096;
 
 void Prime(IMLEvaluator& evaluator, const utility::FeatureContainerVector& request, size_t batchSize) {
   std::vector<kivcore::async::Future<utility::FeatureContainerVector>> answers;
@@ -43,13 +50,19 @@ CLI::App* BenchCommand::Register(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "bench", "Measure throughput and latency against raw ONNX Runtime under client load");
   command->add_option("model", mModel, "The ONNX model")->required()->type_name("MODEL.onnx");
+  // Whole numbers first: the range checks alone would take "-1" for 2^64 - 1, as CLI11 converts it.
   command->add_option("--requests,-n", mRequests, "Requests per measured run")
       ->capture_default_str()
-      ->check(CLI::Range(size_t{1}, size_t{100'000'000}));
-  command->add_option("--concurrency,-c", mConcurrency, "Client thread counts, comma-separated")
-      ->delimiter(',')
-      ->capture_default_str()
-      ->check(CLI::Range(size_t{1}, size_t{4096}));
+      ->check(WholeNumberValidator())
+      ->check(CLI::Range(size_t{1}, kMostRequests));
+  // Split here rather than by CLI11, which drops empty items ("1,,4") without a word.
+  command
+      ->add_option_function<std::vector<std::string>>(
+          "--concurrency,-c",
+          [this](const std::vector<std::string>& lists) { mConcurrency = ParseConcurrency(lists); },
+          "Client thread counts, comma-separated, each once")
+      ->default_str("1,4,16,64")
+      ->type_name("N,N,...");
   auto* batched = command->add_flag("--batched", mBatched, "Only the batching evaluator");
   auto* unbatched = command->add_flag("--unbatched", mUnbatched, "Only the unbatched evaluator");
   auto* both = command->add_flag("--both", mBoth, "Both (the default)");
@@ -60,12 +73,46 @@ CLI::App* BenchCommand::Register(CLI::App& app) {
       "Ask for evaluation on the GPU (the library falls back to the CPU without a hardware adapter)");
   command->add_option("--dim", mDims, "Size of a free dimension, by its name in the model or as INPUT:AXIS")
       ->type_name("NAME=SIZE");
-  command->add_option("--warmup", mWarmup, "Requests run before each measured run")->capture_default_str();
+  command->add_option("--warmup", mWarmup, "Requests run before each measured run")
+      ->capture_default_str()
+      ->check(WholeNumberValidator())
+      ->check(CLI::Range(size_t{0}, kMostRequests));
   command->add_option("--json", mJson, "Write every number as JSON")->type_name("FILE");
   command->add_option("--plot", mPlot, "Draw throughput and p50 latency against concurrency (gnuplot)")
       ->type_name("FILE.png");
-  command->add_option("--seed", mSeed, "Seed of the random inputs")->capture_default_str();
+  command->add_option("--seed", mSeed, "Seed of the random inputs")
+      ->capture_default_str()
+      ->check(WholeNumberValidator());
   return command;
+}
+
+std::vector<size_t> BenchCommand::ParseConcurrency(const std::vector<std::string>& arguments) {
+  const WholeNumberValidator wholeNumber;
+  const CLI::Range range(size_t{1}, kMostClients);
+  std::vector<size_t> levels;
+  std::set<size_t> seen;
+  for (const std::string& argument : arguments) {
+    std::vector<std::string> items;
+    boost::algorithm::split(items, argument, [](char c) { return c == ','; });
+    for (std::string& item : items) {
+      if (item.empty()) {
+        throw CLI::ValidationError("--concurrency", "'" + argument + "' has an empty item");
+      }
+      std::string error = wholeNumber(item);
+      if (error.empty()) {
+        error = range(item);
+      }
+      if (!error.empty()) {
+        throw CLI::ValidationError("--concurrency", error);
+      }
+      const size_t level = std::stoull(item);
+      if (!seen.insert(level).second) {
+        throw CLI::ValidationError("--concurrency", std::to_string(level) + " is given twice");
+      }
+      levels.push_back(level);
+    }
+  }
+  return levels;
 }
 
 BenchMode BenchCommand::RunMode(const ModelSignature& signature, const BenchInputs& inputs, bool batched,
@@ -125,6 +172,14 @@ BenchMode BenchCommand::RunMode(const ModelSignature& signature, const BenchInpu
 }
 
 int BenchCommand::Execute() const {
+  // Before anything runs: the results would otherwise be lost to a typo after minutes of measuring.
+  if (!mJson.empty()) {
+    OutputFile::RequireWritable(mJson, "--json");
+  }
+  if (!mPlot.empty()) {
+    BenchReport::RequireGnuplot();
+    OutputFile::RequireWritable(mPlot, "--plot");
+  }
   const ModelSignature signature = ModelSignature::Load(mModel, mGpu);
   signature.RequireSupportedTypes();
   const BenchInputs inputs(signature, mDims);

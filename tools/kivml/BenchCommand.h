@@ -24,6 +24,10 @@ class BenchCommand {
   int Execute() const;
 
  private:
+  // The --concurrency arguments, each a comma-separated list of client thread counts. Throws
+  // CLI::ValidationError for an empty item, a count that is not a whole number from 1 to 4096, or a count
+  // given twice.
+  static std::vector<size_t> ParseConcurrency(const std::vector<std::string>& arguments);
   BenchMode RunMode(const ModelSignature& signature, const BenchInputs& inputs, bool batched,
                     ProgressBar& progress) const;
 

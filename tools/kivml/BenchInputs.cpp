@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <map>
+#include <new>
 #include <numeric>
 #include <optional>
 #include <random>
+#include <stdexcept>
 
 #include "Formatting.h"
 #include "ModelSignature.h"
@@ -96,6 +99,40 @@ size_t ElementCount(const std::vector<int64_t>& shape) {
                          [](size_t product, int64_t size) { return product * static_cast<size_t>(size); });
 }
 
+// The bytes of `shape` of the input's elements; nothing when they do not fit 64 bits (--dim sizes can be
+// anything).
+std::optional<size_t> CheckedBytes(const BenchInput& input, const std::vector<int64_t>& shape) {
+  size_t bytes = input.elementSize;
+  for (const int64_t size : shape) {
+    const auto factor = static_cast<size_t>(size);
+    if (factor != 0 && bytes > std::numeric_limits<size_t>::max() / factor) {
+      return std::nullopt;
+    }
+    bytes *= factor;
+  }
+  return bytes;
+}
+
+// `need` says how many bytes, and why that is too many.
+[[noreturn]] void ThrowTooLarge(const BenchInput& input, const std::vector<int64_t>& shape,
+                                const std::string& need) {
+  throw ToolError("input '" + input.name + "': " + FormatShape(shape) + " of " + input.typeName + " needs " +
+                  need);
+}
+
+// Memory for `shape` of the input, which the caller has checked fits 64 bits.
+template <class Allocate>
+auto AllocateFor(const BenchInput& input, const std::vector<int64_t>& shape, const Allocate& allocate) {
+  const size_t bytes = *CheckedBytes(input, shape);
+  try {
+    return allocate(std::max<size_t>(bytes, 1));
+  } catch (const std::bad_alloc&) {
+    ThrowTooLarge(input, shape, std::to_string(bytes) + " bytes, more than could be allocated");
+  } catch (const std::length_error&) {
+    ThrowTooLarge(input, shape, std::to_string(bytes) + " bytes, more than could be allocated");
+  }
+}
+
 }  // namespace
 
 BenchInputs::BenchInputs(const ModelSignature& signature, const std::vector<std::string>& dims) {
@@ -136,6 +173,9 @@ BenchInputs::BenchInputs(const ModelSignature& signature, const std::vector<std:
       bench.shape.push_back(resolved.size);
       mFreeDims.push_back(std::move(resolved));
     }
+    if (!CheckedBytes(bench, bench.shape)) {
+      ThrowTooLarge(bench, bench.shape, "more bytes than 64 bits count");
+    }
     mInputs.push_back(std::move(bench));
   }
 
@@ -165,7 +205,8 @@ utility::FeatureContainerVector BenchInputs::MakeRequest(uint64_t seed) const {
   utility::FeatureContainerVector request;
   for (const BenchInput& input : mInputs) {
     const size_t count = ElementCount(input.shape);
-    auto memory = kivcore::allocator::RecycledMemory::Create(std::max<size_t>(count * input.elementSize, 1));
+    auto memory = AllocateFor(input, input.shape,
+                              [](size_t bytes) { return kivcore::allocator::RecycledMemory::Create(bytes); });
     FillRandom(reinterpret_cast<std::byte*>(memory->Buffer()), count, input.elementType, random);
     ShapeType shape(input.shape.begin(), input.shape.end());
     request.push_back({kivcore::utility::ImmutableString::Create(input.name),
@@ -182,8 +223,12 @@ RawBatch BenchInputs::MakeRawBatch(size_t rows, uint64_t seed) const {
     if (input.batchAxis) {
       shape.front() = static_cast<int64_t>(rows);
     }
+    if (!CheckedBytes(input, shape)) {
+      ThrowTooLarge(input, shape, "more bytes than 64 bits count");
+    }
     const size_t count = ElementCount(shape);
-    auto& data = batch.data.emplace_back(std::max<size_t>(count * input.elementSize, 1));
+    auto& data = batch.data.emplace_back(
+        AllocateFor(input, shape, [](size_t bytes) { return std::vector<std::byte>(bytes); }));
     FillRandom(data.data(), count, input.elementType, random);
     batch.values.push_back(RawOrtSession::WrapTensor(data.data(), count * input.elementSize, shape,
                                                      RawOrtSession::ToOnnxElementType(input.elementType)));

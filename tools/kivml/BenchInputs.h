@@ -45,15 +45,17 @@ class BenchInputs {
   static constexpr int64_t kDefaultFreeDimension = 32;
 
   // `dims` holds the --dim arguments; throws ToolError for one that is malformed, names nothing or names
-  // a dimension that is not free.
+  // a dimension that is not free, or when an input would need more bytes than 64 bits count.
   BenchInputs(const ModelSignature& signature, const std::vector<std::string>& dims);
 
   const std::vector<BenchInput>& Inputs() const { return mInputs; }
   const std::vector<ResolvedDim>& FreeDims() const { return mFreeDims; }
 
-  // One request over fresh random values.
+  // One request over fresh random values. Throws ToolError naming the input and the bytes asked for when
+  // memory cannot hold them.
   utility::FeatureContainerVector MakeRequest(uint64_t seed) const;
-  // `rows` requests' worth of fresh random values in one batch, in the model's input order.
+  // `rows` requests' worth of fresh random values in one batch, in the model's input order; throws as
+  // MakeRequest does.
   RawBatch MakeRawBatch(size_t rows, uint64_t seed) const;
 
  private:

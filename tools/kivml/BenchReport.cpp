@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <system_error>
 
 #include "Formatting.h"
+#include "OutputFile.h"
 #include "ToolError.h"
 
 #ifdef _WIN32
@@ -81,6 +81,14 @@ std::optional<std::filesystem::path> FindOnPath(const std::string& program) {
     }
   }
   return std::nullopt;
+}
+
+std::filesystem::path Gnuplot() {
+  const auto gnuplot = FindOnPath("gnuplot");
+  if (!gnuplot) {
+    throw ToolError("--plot needs gnuplot (with the pngcairo terminal) on the PATH; install gnuplot");
+  }
+  return *gnuplot;
 }
 
 }  // namespace
@@ -164,7 +172,7 @@ void BenchReport::PrintSetup(std::ostream& out) const {
 void BenchReport::PrintTables(std::ostream& out) const {
   for (const BenchMode& mode : mModes) {
     out << '\n'
-        << mode.name << " on " << mode.device << ": " << mode.batchSize
+        << mode.name << " on " << EscapeControlCharacters(mode.device) << ": " << mode.batchSize
         << (mode.batchSize == 1 ? " row" : " rows")
         << " per run; kivml: one request per call, latency from queue to answer; raw: "
         << (mode.batchSize == 1 ? "one row" : "perfect batches") << " per Run, latency of Run\n";
@@ -269,19 +277,16 @@ void BenchReport::WriteJson(const std::filesystem::path& file) const {
   }
   json["targets"] = std::move(targets);
 
-  std::ofstream out(file);
-  out << json.dump(2) << '\n';
-  out.close();
-  if (!out) {
-    throw ToolError("cannot write '" + file.string() + "'");
-  }
+  OutputFile::Replace(file, [&](std::ostream& out) { out << json.dump(2) << '\n'; });
+}
+
+void BenchReport::RequireGnuplot() {
+  Gnuplot();
 }
 
 void BenchReport::WritePlot(const std::filesystem::path& file) const {
-  const auto gnuplot = FindOnPath("gnuplot");
-  if (!gnuplot) {
-    throw ToolError("--plot needs gnuplot (with the pngcairo terminal) on the PATH; install gnuplot");
-  }
+  const std::filesystem::path gnuplot = Gnuplot();
+  OutputFile output(file);
   size_t widest = 1;
   for (const BenchMode& mode : mModes) {
     for (const BenchRow& row : mode.rows) {
@@ -290,7 +295,7 @@ void BenchReport::WritePlot(const std::filesystem::path& file) const {
   }
   std::ostringstream script;
   script << "set terminal pngcairo noenhanced size 1200,500 font 'sans,10'\n"
-         << "set output " << GnuplotQuoted(file.string()) << '\n'
+         << "set output " << GnuplotQuoted(output.WritePath().string()) << '\n'
          << "set multiplot layout 1,2 title " << GnuplotQuoted("kivml bench: " + mSetup.model) << '\n'
          << "set logscale x 2\nset xrange [0.7:" << static_cast<double>(widest) * 1.4 << "]\n"
          << "set xlabel 'concurrency (client threads)'\nset grid\nset key top left\n";
@@ -318,9 +323,9 @@ void BenchReport::WritePlot(const std::filesystem::path& file) const {
   plot(4, 5);
   script << "unset multiplot\n";
 
-  FILE* pipe = KIVML_POPEN(("\"" + gnuplot->string() + "\"").c_str(), "w");
+  FILE* pipe = KIVML_POPEN(("\"" + gnuplot.string() + "\"").c_str(), "w");
   if (pipe == nullptr) {
-    throw ToolError("cannot start gnuplot (" + gnuplot->string() + ")");
+    throw ToolError("cannot start gnuplot (" + gnuplot.string() + ")");
   }
   const std::string text = script.str();
   std::fwrite(text.data(), 1, text.size(), pipe);
@@ -333,6 +338,7 @@ void BenchReport::WritePlot(const std::filesystem::path& file) const {
   if (!succeeded) {
     throw ToolError("gnuplot could not draw '" + file.string() + "' (its messages are above)");
   }
+  output.Commit();
 }
 
 }  // namespace kivml::cli

@@ -55,6 +55,8 @@ class BenchReport {
   // Both throw ToolError when the file cannot be written (or gnuplot is missing or fails).
   void WriteJson(const std::filesystem::path& file) const;
   void WritePlot(const std::filesystem::path& file) const;
+  // Throws ToolError when WritePlot could not find gnuplot.
+  static void RequireGnuplot();
 
  private:
   // (a): the best batched throughput with enough clients to fill a batch, over raw ONNX Runtime running

@@ -69,7 +69,8 @@ int CommandLine::Run(int argc, char** argv) const {
       throw ToolError(DescribeFailure(std::current_exception()));
     }
   } catch (const ToolError& error) {
-    std::cerr << "kivml: error: " << error.what() << '\n';
+    // Messages carry names from models and files.
+    std::cerr << "kivml: error: " << EscapeControlCharacters(error.what()) << '\n';
   }
   return kFailure;
 }

@@ -80,8 +80,36 @@ std::string FormatFixed(double value, int decimals) {
   return text.str();
 }
 
-void PrintColumns(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
+std::string EscapeControlCharacters(std::string_view text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0U;
+    std::array<char, 8> code{};
+    if (byte < 0x20 || byte == 0x7F) {
+      std::snprintf(code.data(), code.size(), "\\x%02x", static_cast<unsigned>(byte));
+    } else if (byte == 0xC2 && next >= 0x80 && next <= 0x9F) {
+      std::snprintf(code.data(), code.size(), "\\u00%02x", static_cast<unsigned>(next));
+      ++i;
+    } else {
+      escaped += text[i];
+      continue;
+    }
+    escaped += code.data();
+  }
+  return escaped;
+}
+
+void PrintColumns(std::ostream& out, const std::vector<std::vector<std::string>>& rawRows,
                   std::string_view indent, std::string_view align) {
+  std::vector<std::vector<std::string>> rows;
+  for (const auto& row : rawRows) {
+    auto& cells = rows.emplace_back();
+    for (const std::string& cell : row) {
+      cells.push_back(EscapeControlCharacters(cell));
+    }
+  }
   std::vector<size_t> widths;
   for (const auto& row : rows) {
     widths.resize(std::max(widths.size(), row.size()), 0);

@@ -44,8 +44,14 @@ std::string DescribeFailure(const std::exception_ptr& failure);
 // `value` with `decimals` digits after the point.
 std::string FormatFixed(double value, int decimals);
 
-// Prints rows as columns separated by two blanks, each as wide as its widest cell. `align` holds 'l' or
-// 'r' per column (missing ones are left-aligned); trailing blanks are trimmed.
+// `text` safe to print on a terminal: control characters as \xNN (C0 and DEL) or \u00NN (C1, as UTF-8
+// encodes them), so that names and metadata from a model or a file cannot move the cursor, recolour or
+// clear the screen, and a NUL cannot cut a message short. Other characters, other UTF-8 included, stay.
+std::string EscapeControlCharacters(std::string_view text);
+
+// Prints rows as columns separated by two blanks, each as wide as its widest cell, with control
+// characters escaped. `align` holds 'l' or 'r' per column (missing ones are left-aligned); trailing blanks
+// are trimmed.
 void PrintColumns(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
                   std::string_view indent, std::string_view align = {});
 

@@ -61,10 +61,10 @@ CLI::App* InfoCommand::Register(CLI::App& app) {
 
 int InfoCommand::Execute() const {
   const ModelSignature signature = ModelSignature::Load(mModel, false);
-  std::cout << "model: " << signature.Path().string() << '\n';
+  std::cout << "model: " << EscapeControlCharacters(signature.Path().string()) << '\n';
   PrintFeatures("inputs", signature.Inputs());
   PrintFeatures("outputs", signature.Outputs());
-  std::cout << "batching: " << BatchingText(signature) << '\n';
+  std::cout << "batching: " << EscapeControlCharacters(BatchingText(signature)) << '\n';
   std::cout << "metadata\n";
   try {
     auto rows = ReadMetadata(signature);
@@ -74,7 +74,7 @@ int InfoCommand::Execute() const {
     PrintColumns(std::cout, rows, "  ");
   } catch (const ToolError& error) {
     // The interface above is still worth having when the library cannot run the model.
-    std::cout << "  (unavailable: " << error.what() << ")\n";
+    std::cout << "  (unavailable: " << EscapeControlCharacters(error.what()) << ")\n";
   }
   return 0;
 }

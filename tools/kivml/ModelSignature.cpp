@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <optional>
-#include <system_error>
 
 #include "Formatting.h"
+#include "InputFile.h"
 #include "RawOrtSession.h"
 #include "ToolError.h"
 #include "kivcore/config/kiv_exception.h"
@@ -64,10 +64,7 @@ std::string FeatureSignature::DeclaredShapeText() const {
 }
 
 ModelSignature ModelSignature::Load(const std::filesystem::path& path, bool evaluateOnGPU) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) {
-    throw ToolError("model file '" + path.string() + "' does not exist");
-  }
+  InputFile::Require(path, "model file");
   ModelSignature signature;
   signature.mPath = path;
   signature.mGpuRequested = evaluateOnGPU;

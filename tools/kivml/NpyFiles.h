@@ -22,10 +22,11 @@ class NpyFiles {
     debug::StandardNumpyTensor tensor;
   };
 
-  // Throws ToolError when the file is missing or unreadable, or is not an image the library reads (with
-  // the library's reason).
+  // Throws ToolError when the file is missing, unreadable or too large for memory, or is not an image the
+  // library reads (with the library's reason).
   static Loaded Read(const std::filesystem::path& file);
-  // Throws ToolError when the tensor cannot be imaged or the file cannot be written.
+  // Throws ToolError when the tensor cannot be imaged or the file cannot be written (with the system's
+  // reason); the file is then as it was (OutputFile).
   static void Write(const std::filesystem::path& file,
                     const kivcore::classref::InterfaceRef<IMLFeature>& tensor,
                     const kivcore::utility::Guid& elementType);

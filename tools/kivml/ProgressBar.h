@@ -1,7 +1,8 @@
 #pragma once
 // A one-line progress bar on standard error, redrawn by a thread of its own a few times a second so that
 // the threads being measured only bump a counter. Only drawn when standard error is a terminal: piped
-// or redirected output never sees it.
+// or redirected output never sees it. Each line fits the terminal's width as it is at that moment: a
+// line that wrapped would scroll the screen at every redraw instead of overwriting itself.
 
 #include <atomic>
 #include <condition_variable>
@@ -26,6 +27,10 @@ class ProgressBar {
   void Advance(size_t done) { mDone.fetch_add(done, std::memory_order_relaxed); }
   // Clears the line.
   void Finish();
+
+  // "label [####......] done/total" in fewer than `columns` characters (the last column is left free, where
+  // some terminals wrap at once): the bar narrows, then goes, then the label is cut.
+  static std::string Layout(const std::string& label, size_t done, size_t total, size_t columns);
 
  private:
   void Draw(bool final);

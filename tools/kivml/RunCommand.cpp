@@ -106,7 +106,12 @@ RunCommand::Request RunCommand::ReadInputs(const ModelSignature& signature) cons
     if (!given.insert(name).second) {
       throw ToolError("input '" + name + "' is given twice");
     }
-    NpyFiles::Loaded loaded = NpyFiles::Read(file);
+    NpyFiles::Loaded loaded;
+    try {
+      loaded = NpyFiles::Read(file);
+    } catch (const ToolError& error) {
+      throw ToolError("input '" + name + "': " + error.what());
+    }
     const auto& tensor = loaded.tensor;
     if (tensor.mElementType != input->elementType) {
       throw ToolError("input '" + name + "' (" + file + "): the model takes " + input->typeName +
@@ -208,7 +213,7 @@ int RunCommand::Execute() const {
       signature.StartEvaluator(mBatched ? kBatchedInference : kUnbatchedInference, &device);
   const auto [outputs, seconds] = RunRepeatedly(signature, *evaluator, request.features);
   WriteOutputs(signature, outputs);
-  std::cerr << "on " << device.Describe(mGpu) << ": ran " << mRepeat
+  std::cerr << "on " << EscapeControlCharacters(device.Describe(mGpu)) << ": ran " << mRepeat
             << (mRepeat == 1 ? " request" : " requests, answers agree") << "; mean "
             << FormatFixed(seconds * 1e3, 3) << " ms per request\n";
   return 0;

@@ -1,13 +1,128 @@
 #include "Settings.h"
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string_view>
+#include <system_error>
 
 #include "CLI11Include.h"
+#include "Formatting.h"
+#include "InputFile.h"
 #include "ToolError.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/Trace.h"
+#include "kivcore/string/StringConversions.h"
 
 namespace kivml::cli {
+
+namespace {
+
+struct Entry {
+  std::string key;
+  std::string value;
+  std::string origin;  // "--set 'KEY=VALUE'", "--settings 'FILE' line 3", for messages
+};
+
+enum class ValueKind { kWholeNumber, kTrueOrFalse };
+
+struct KnownKey {
+  std::string_view key;
+  ValueKind kind;
+};
+
+// The keys the library reads, and how it reads them: whole numbers as the library parses them (blanks
+// around allowed), and profiling only on for exactly "true", so anything but "true" or "false" is a slip.
+constexpr std::array<KnownKey, 3> kKnownKeys{{
+    {"kivml.BatchSizeMultiplier", ValueKind::kWholeNumber},
+    {"kivml.IdleSpinMicroseconds", ValueKind::kWholeNumber},
+    {"KIVSE.ORT.ProfileModels", ValueKind::kTrueOrFalse},
+}};
+
+bool IsWholeNumber(std::string_view text) {
+  text = kivcore::string::TrimBlanks(text);
+  uint64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [last, error] = std::from_chars(text.data(), end, value);
+  return !text.empty() && error == std::errc() && last == end;
+}
+
+// Throws ToolError when the library would misread the value of a key it knows; warns of a key it does not
+// know, which the library's database takes all the same.
+void Check(const Entry& entry) {
+  const auto known = std::find_if(kKnownKeys.begin(), kKnownKeys.end(),
+                                  [&](const KnownKey& candidate) { return candidate.key == entry.key; });
+  if (known == kKnownKeys.end()) {
+    std::cerr << "kivml: warning: "
+              << EscapeControlCharacters(entry.origin + ": kivml reads no setting '" + entry.key +
+                                         "' (set all the same)")
+              << '\n';
+    return;
+  }
+  if (known->kind == ValueKind::kWholeNumber && !IsWholeNumber(entry.value)) {
+    throw ToolError(entry.origin + ": " + entry.key + " takes a whole number, not '" + entry.value + "'");
+  }
+  if (known->kind == ValueKind::kTrueOrFalse && entry.value != "true" && entry.value != "false") {
+    throw ToolError(entry.origin + ": " + entry.key + " takes true or false, not '" + entry.value + "'");
+  }
+}
+
+std::string ReadFile(const std::string& path) {
+  if (const auto problem = InputFile::Problem(path)) {
+    throw ToolError("cannot read the settings file '" + path + "': it " + *problem);
+  }
+  errno = 0;
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  if (in) {
+    text << in.rdbuf();
+  }
+  if (!in) {
+    const int error = errno;
+    throw ToolError("cannot read the settings file '" + path +
+                    "': " + (error != 0 ? std::generic_category().message(error) : "read failed"));
+  }
+  return text.str();
+}
+
+// The library's settings-file format, which its own loader reads without a word about lines it skips:
+// "key = value" lines, blanks around both trimmed, blank lines and '#' comments skipped.
+std::vector<Entry> ParseFile(const std::string& path) {
+  std::string text = ReadFile(path);
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (std::string_view(text).substr(0, kByteOrderMark.size()) == kByteOrderMark) {
+    text.erase(0, kByteOrderMark.size());
+  }
+  std::vector<Entry> entries;
+  std::istringstream lines(text);
+  std::string line;
+  for (size_t number = 1; std::getline(lines, line); ++number) {
+    const std::string_view content = kivcore::string::TrimBlanks(line);
+    if (content.empty() || content.front() == '#') {
+      continue;
+    }
+    const std::string origin = "--settings '" + path + "' line " + std::to_string(number);
+    const size_t equals = content.find('=');
+    if (equals == std::string_view::npos) {
+      throw ToolError(origin + ": expected 'key = value', not '" + std::string(content) + "'");
+    }
+    const std::string_view key = kivcore::string::TrimBlanks(content.substr(0, equals));
+    if (key.empty()) {
+      throw ToolError(origin + ": the key before '=' is empty");
+    }
+    entries.push_back(
+        {std::string(key), std::string(kivcore::string::TrimBlanks(content.substr(equals + 1))), origin});
+  }
+  return entries;
+}
+
+}  // namespace
 
 void WriteTraceLine(int level, const std::string& category, const std::string& message) {
   const std::string line = "[" + category + ":" + std::to_string(level) + "] " + message + "\n";
@@ -29,17 +144,21 @@ void Settings::AddOptions(CLI::App& command) {
 }
 
 void Settings::Apply() const {
-  auto& database = kivcore::debug::DebugDatabase::Instance();
   // The file first, so that entries given one by one override it.
-  if (!mFile.empty() && !database.LoadFromFile(mFile)) {
-    throw ToolError("cannot read the settings file '" + mFile + "'");
-  }
-  for (const std::string& entry : mEntries) {
-    const size_t equals = entry.find('=');
+  std::vector<Entry> entries = mFile.empty() ? std::vector<Entry>() : ParseFile(mFile);
+  for (const std::string& argument : mEntries) {
+    const size_t equals = argument.find('=');
     if (equals == std::string::npos || equals == 0) {
-      throw ToolError("--set '" + entry + "': expected KEY=VALUE");
+      throw ToolError("--set '" + argument + "': expected KEY=VALUE");
     }
-    database.SetEntry(std::string_view(entry).substr(0, equals), std::string_view(entry).substr(equals + 1));
+    entries.push_back({argument.substr(0, equals), argument.substr(equals + 1), "--set '" + argument + "'"});
+  }
+  for (const Entry& entry : entries) {
+    Check(entry);
+  }
+  auto& database = kivcore::debug::DebugDatabase::Instance();
+  for (const Entry& entry : entries) {
+    database.SetEntry(std::string_view(entry.key), std::string_view(entry.value));
   }
   if (mProfile) {
     database.SetEntry(std::string_view("KIVSE.ORT.ProfileModels"), std::string_view("true"));

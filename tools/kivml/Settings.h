@@ -20,7 +20,8 @@ class Settings {
  public:
   // Registers the options on one (sub)command; every command shares this object.
   void AddOptions(CLI::App& command);
-  // Throws ToolError for a malformed entry, an unreadable settings file or trace text without entries.
+  // Throws ToolError for a malformed entry or settings-file line, a value the library would misread for a
+  // key it knows, an unreadable settings file or trace text without entries; warns of unknown keys.
   void Apply() const;
 
  private:
