@@ -1,6 +1,7 @@
 // GPU evaluation on Linux: ONNX Runtime's WebGPU provider, which runs Dawn over Vulkan. The adapter is
 // chosen by the shared rule first, so a machine without real GPU hardware falls back to the CPU instead
-// of running on a software rasterizer.
+// of running on a software rasterizer. Trace messages end their own line, so that a host's trace sink can
+// write them as they come.
 #include <string>
 
 #include "gpu/AdapterSelection.h"
@@ -30,7 +31,7 @@ void AppendWebGPU(OrtSessionOptions* options) {
     const int code = ProviderErrorCode(api.GetErrorCode(status));
     const std::string message = api.GetErrorMessage(status);
     api.ReleaseStatus(status);
-    KIV_TRACE(kTraceCategory, 5, "Failed to append the WebGPU execution provider: " + message);
+    KIV_TRACE(kTraceCategory, 5, "Failed to append the WebGPU execution provider: " + message + "\n");
     throw DMLSetupException(code);
   }
 }
@@ -40,10 +41,10 @@ void AppendWebGPU(OrtSessionOptions* options) {
 void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   const gpu::SelectedAdapter selected = gpu::SelectPlatformAdapter();
   if (!selected.mAdapter) {
-    KIV_TRACE(kTraceCategory, 5, "Failed to find high performance GPU device");
+    KIV_TRACE(kTraceCategory, 5, "Failed to find high performance GPU device\n");
     throw DMLSetupException();
   }
-  KIV_TRACE(kTraceCategory, 7, "Selected GPU: " + selected.mDescription.mName);
+  KIV_TRACE(kTraceCategory, 7, "Selected GPU: " + selected.mDescription.mName + "\n");
   AppendWebGPU(options);
   // GPU providers allocate their own buffers; the CPU memory pattern planner only gets in their way.
   ThrowIfFailed(Api().DisableMemPattern(options));
