@@ -18,7 +18,8 @@ struct VulkanDeviceTraits {
 };
 
 // Whether Dawn offers the device for WebGPU's core feature level: Vulkan 1.1 and the features Dawn
-// requires of every device (the limits it checks too are met by every Vulkan 1.1 desktop device).
+// requires of every device. The minimum limits Dawn checks as well, which desktop devices exceed, are
+// left out.
 bool DawnCanUse(const VkPhysicalDeviceProperties& properties, const VkPhysicalDeviceFeatures& features);
 
 // Positions in `devices` (the Vulkan loader's order) of the devices Dawn offers, in the order its
