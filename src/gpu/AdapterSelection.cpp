@@ -1,12 +1,24 @@
 #include "gpu/AdapterSelection.h"
 
 #include <atomic>
+#include <mutex>
+#include <utility>
 
 namespace kivml::gpu {
 
 namespace {
 
 std::atomic<bool> gSoftwareAccepted{false};
+
+struct TestEnumerator {
+  std::mutex mutex;
+  std::function<std::unique_ptr<GPUAdapterEnumerator>()> create;  // guarded by mutex
+};
+
+TestEnumerator& GetTestEnumerator() {
+  static TestEnumerator testEnumerator;
+  return testEnumerator;
+}
 
 bool IsBasicRenderDriver(const AdapterDescription& description) {
   return description.mVendorId == AdapterDescription::kBasicRenderVendorId &&
@@ -29,17 +41,34 @@ SelectedAdapter SelectHighPerformanceAdapter(GPUAdapterEnumerator& enumerator, b
     if (!acceptSoftware && description->mFlags == AdapterDescription::kSoftwareFlag) {
       continue;
     }
-    return {std::move(adapter), std::move(*description)};
+    return {std::move(adapter), std::move(*description), index};
   }
 }
 
 SelectedAdapter SelectPlatformAdapter() {
-  const auto enumerator = CreatePlatformAdapterEnumerator();
+  const auto enumerator = CreateAdapterEnumerator();
   return SelectHighPerformanceAdapter(*enumerator, gSoftwareAccepted.load());
+}
+
+std::unique_ptr<GPUAdapterEnumerator> CreateAdapterEnumerator() {
+  {
+    TestEnumerator& test = GetTestEnumerator();
+    std::lock_guard lock(test.mutex);
+    if (test.create) {
+      return test.create();
+    }
+  }
+  return CreatePlatformAdapterEnumerator();
 }
 
 void SetSoftwareAdaptersAcceptedForTesting(bool accepted) {
   gSoftwareAccepted.store(accepted);
+}
+
+void SetAdapterEnumeratorForTesting(std::function<std::unique_ptr<GPUAdapterEnumerator>()> create) {
+  TestEnumerator& test = GetTestEnumerator();
+  std::lock_guard lock(test.mutex);
+  test.create = std::move(create);
 }
 
 }  // namespace kivml::gpu

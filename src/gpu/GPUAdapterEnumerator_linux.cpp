@@ -1,15 +1,19 @@
-// Adapters over Vulkan. Physical devices are listed discrete first, then integrated, virtual and other
-// ones; CPU devices (software rasterizers such as llvmpipe) come last and are described as software
-// adapters. Direct3D 12 devices come from vkd3d on the same physical device.
+// Adapters over Vulkan, listed in the order ONNX Runtime's WebGPU provider ranks them (WebGPUAdapterOrder.h):
+// the first one is the adapter GPU models run on, and devices the provider refuses are left out. CPU
+// devices (software rasterizers such as llvmpipe) are described as software adapters. Direct3D 12 devices
+// come from vkd3d on the same physical device.
 #include <vkd3d.h>
 #include <vulkan/vulkan.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
+#include <span>
 #include <vector>
 
 #include "gpu/GPUAdapterEnumerator.h"
+#include "gpu/WebGPUAdapterOrder.h"
 #include "kivcore/config/kiv_exception.h"
 
 namespace kivml::gpu {
@@ -60,16 +64,16 @@ std::vector<VkPhysicalDevice> ListPhysicalDevices(VkInstance instance) {
   return devices;
 }
 
-int PerformanceRank(VkPhysicalDeviceType type) {
+// Dawn's rank of an adapter type under a high-performance request. Dawn knows no virtual GPUs: they rank
+// with the devices of unknown type, after CPU devices.
+int DawnRank(VkPhysicalDeviceType type) {
   switch (type) {
     case VK_PHYSICAL_DEVICE_TYPE_DISCRETE_GPU:
       return 0;
     case VK_PHYSICAL_DEVICE_TYPE_INTEGRATED_GPU:
       return 1;
-    case VK_PHYSICAL_DEVICE_TYPE_VIRTUAL_GPU:
-      return 2;
     case VK_PHYSICAL_DEVICE_TYPE_CPU:
-      return 4;
+      return 2;
     default:
       return 3;
   }
@@ -197,9 +201,18 @@ class VulkanAdapterEnumerator final : public GPUAdapterEnumerator {
     if (!mInstance) {
       return;
     }
-    mDevices = ListPhysicalDevices(mInstance->Get());
-    std::stable_sort(mDevices.begin(), mDevices.end(),
-                     [](VkPhysicalDevice a, VkPhysicalDevice b) { return RankOf(a) < RankOf(b); });
+    const std::vector<VkPhysicalDevice> devices = ListPhysicalDevices(mInstance->Get());
+    std::vector<VulkanDeviceTraits> traits;
+    for (VkPhysicalDevice device : devices) {
+      VkPhysicalDeviceProperties properties{};
+      vkGetPhysicalDeviceProperties(device, &properties);
+      VkPhysicalDeviceFeatures features{};
+      vkGetPhysicalDeviceFeatures(device, &features);
+      traits.push_back({properties.deviceType, DawnCanUse(properties, features)});
+    }
+    for (size_t position : WebGPUAdapterOrder(traits)) {
+      mDevices.push_back(devices[position]);
+    }
   }
 
   std::unique_ptr<GPUAdapter> EnumAdapter(size_t index) override {
@@ -210,17 +223,50 @@ class VulkanAdapterEnumerator final : public GPUAdapterEnumerator {
   }
 
  private:
-  static int RankOf(VkPhysicalDevice device) {
-    VkPhysicalDeviceProperties properties{};
-    vkGetPhysicalDeviceProperties(device, &properties);
-    return PerformanceRank(properties.deviceType);
-  }
-
   std::shared_ptr<VulkanInstance> mInstance;
   std::vector<VkPhysicalDevice> mDevices;
 };
 
 }  // namespace
+
+bool DawnCanUse(const VkPhysicalDeviceProperties& properties, const VkPhysicalDeviceFeatures& features) {
+  const bool compression =
+      features.textureCompressionBC == VK_TRUE ||
+      (features.textureCompressionETC2 == VK_TRUE && features.textureCompressionASTC_LDR == VK_TRUE);
+  const VkBool32 required[] = {
+      features.robustBufferAccess,
+      features.shaderUniformBufferArrayDynamicIndexing,
+      features.shaderStorageBufferArrayDynamicIndexing,
+      features.shaderSampledImageArrayDynamicIndexing,
+      features.shaderStorageImageArrayDynamicIndexing,
+      features.fragmentStoresAndAtomics,
+      features.fullDrawIndexUint32,
+      // Without these Dawn offers the device for the compatibility level only, which the provider does not
+      // ask for.
+      features.depthBiasClamp,
+      features.imageCubeArray,
+      features.independentBlend,
+      features.sampleRateShading,
+  };
+  return properties.apiVersion >= VK_API_VERSION_1_1 && compression &&
+         std::all_of(std::begin(required), std::end(required),
+                     [](VkBool32 feature) { return feature == VK_TRUE; });
+}
+
+std::vector<size_t> WebGPUAdapterOrder(std::span<const VulkanDeviceTraits> devices) {
+  std::vector<size_t> order;
+  for (size_t position = 0; position < devices.size(); ++position) {
+    if (devices[position].mDawnUsable) {
+      order.push_back(position);
+    }
+  }
+  // Dawn sorts with std::sort, which on lists as short as a machine's devices (insertion sort) keeps
+  // equals in their order, as this does on any list.
+  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+    return DawnRank(devices[a].mType) < DawnRank(devices[b].mType);
+  });
+  return order;
+}
 
 std::unique_ptr<GPUAdapterEnumerator> CreatePlatformAdapterEnumerator() {
   return std::make_unique<VulkanAdapterEnumerator>();

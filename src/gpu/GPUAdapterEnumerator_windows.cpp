@@ -77,8 +77,9 @@ std::unique_ptr<GPUAdapterEnumerator> CreatePlatformAdapterEnumerator() {
   IDXGIFactory6* factory = nullptr;
   const HRESULT result = CreateDXGIFactory1(IID_IDXGIFactory6, reinterpret_cast<void**>(&factory));
   if (FAILED(result)) {
+    // Like the rest of the GPU set-up's messages, it ends its own line.
     KIV_TRACE(kTraceCategory, 5,
-              "Failed to create DXGI factory: " + std::to_string(static_cast<int32_t>(result)));
+              "Failed to create DXGI factory: " + std::to_string(static_cast<int32_t>(result)) + "\n");
     throw kivcore::kiv_exception("CreateDXGIFactory1 failed.", result);
   }
   return std::make_unique<DXGIAdapterEnumerator>(AdoptCom(factory));

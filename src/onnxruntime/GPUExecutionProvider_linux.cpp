@@ -1,6 +1,14 @@
-// GPU evaluation on Linux: ONNX Runtime's WebGPU provider, which runs Dawn over Vulkan. The adapter is
-// chosen by the shared rule first, so a machine without real GPU hardware falls back to the CPU instead
-// of running on a software rasterizer.
+// GPU evaluation on Linux: ONNX Runtime's WebGPU provider, which runs Dawn over Vulkan. The provider
+// (ONNX Runtime 1.30) cannot be given an adapter: no option names one (it takes a ready Dawn device, but
+// ONNX Runtime does not export Dawn to make one with), GetEpDevices lists PCI devices only (none for a
+// software rasterizer), and the provider made for an OrtEpDevice ignores its hardware device.
+// Dawn runs on the first device of its own high-performance ranking, which is the first adapter of the
+// platform's order. So the model runs on the GPU only when the shared rule selected that first adapter;
+// otherwise (the first is a software rasterizer, say) it runs on the CPU rather than on an adapter the rule
+// did not choose. Trace messages end their own line, so that a host's trace sink can write them as they
+// come.
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "gpu/AdapterSelection.h"
@@ -20,8 +28,15 @@ int ProviderErrorCode(OrtErrorCode code) {
   return MakeKIVMLError(0x100u + static_cast<unsigned>(code));
 }
 
+// The name of the adapter Dawn takes.
+std::string FirstAdapterName() {
+  const std::unique_ptr<gpu::GPUAdapter> first = gpu::CreateAdapterEnumerator()->EnumAdapter(0);
+  const std::optional<gpu::AdapterDescription> description = first ? first->ReadDescription() : std::nullopt;
+  return description ? description->mName : "an adapter it cannot describe";
+}
+
 void AppendWebGPU(OrtSessionOptions* options) {
-  // Dawn picks its adapter by preference alone; high performance matches the adapter chosen above.
+  // The platform's order is Dawn's ranking for exactly this request.
   const char* keys[] = {"dawnBackendType", "powerPreference"};
   const char* values[] = {"Vulkan", "high-performance"};
   const OrtApi& api = Api();
@@ -30,7 +45,7 @@ void AppendWebGPU(OrtSessionOptions* options) {
     const int code = ProviderErrorCode(api.GetErrorCode(status));
     const std::string message = api.GetErrorMessage(status);
     api.ReleaseStatus(status);
-    KIV_TRACE(kTraceCategory, 5, "Failed to append the WebGPU execution provider: " + message);
+    KIV_TRACE(kTraceCategory, 5, "Failed to append the WebGPU execution provider: " + message + "\n");
     throw DMLSetupException(code);
   }
 }
@@ -40,10 +55,16 @@ void AppendWebGPU(OrtSessionOptions* options) {
 void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   const gpu::SelectedAdapter selected = gpu::SelectPlatformAdapter();
   if (!selected.mAdapter) {
-    KIV_TRACE(kTraceCategory, 5, "Failed to find high performance GPU device");
+    KIV_TRACE(kTraceCategory, 5, "Failed to find high performance GPU device\n");
     throw DMLSetupException();
   }
-  KIV_TRACE(kTraceCategory, 7, "Selected GPU: " + selected.mDescription.mName);
+  if (selected.mIndex != 0) {
+    KIV_TRACE(kTraceCategory, 5,
+              "WebGPU would run on " + FirstAdapterName() + ", not on the selected " +
+                  selected.mDescription.mName + "\n");
+    throw DMLSetupException();
+  }
+  KIV_TRACE(kTraceCategory, 7, "Selected GPU: " + selected.mDescription.mName + "\n");
   AppendWebGPU(options);
   // GPU providers allocate their own buffers; the CPU memory pattern planner only gets in their way.
   ThrowIfFailed(Api().DisableMemPattern(options));

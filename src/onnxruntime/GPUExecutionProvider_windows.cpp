@@ -1,6 +1,7 @@
 // GPU evaluation on Windows: ONNX Runtime's DirectML provider on the first hardware adapter in DXGI's
 // high-performance order. Every object made here is released when the function returns; the provider
-// holds its own references to the DirectML device and the queue.
+// holds its own references to the DirectML device and the queue. Trace messages end their own line, so
+// that a host's trace sink can write them as they come.
 #include <string>
 
 #include "gpu/AdapterSelection.h"
@@ -65,16 +66,16 @@ void AppendGPUExecutionProvider(OrtSessionOptions* options) {
 
   const gpu::SelectedAdapter selected = gpu::SelectPlatformAdapter();
   if (!selected.mAdapter) {
-    KIV_TRACE(kTraceCategory, 5, "Failed to find high performance GPU device");
+    KIV_TRACE(kTraceCategory, 5, "Failed to find high performance GPU device\n");
     throw DMLSetupException();
   }
-  KIV_TRACE(kTraceCategory, 7, "Selected GPU: " + selected.mDescription.mName);
+  KIV_TRACE(kTraceCategory, 7, "Selected GPU: " + selected.mDescription.mName + "\n");
 
   gpu::ComPtr<ID3D12Device> device;
   try {
     device = selected.mAdapter->CreateD3D12Device();
   } catch (const kivcore::kiv_exception& exception) {
-    KIV_TRACE(kTraceCategory, 5, "Failed to create DX device: " + HResultText(exception.GetResult()));
+    KIV_TRACE(kTraceCategory, 5, "Failed to create DX device: " + HResultText(exception.GetResult()) + "\n");
     throw DMLSetupException(exception.GetResult());
   }
 
@@ -83,7 +84,8 @@ void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   HRESULT result =
       device->CreateCommandQueue(&queueDesc, IID_ID3D12CommandQueue, reinterpret_cast<void**>(&createdQueue));
   if (FAILED(result)) {
-    KIV_TRACE(kTraceCategory, 5, "Failed to create DX inference command queue: " + HResultText(result));
+    KIV_TRACE(kTraceCategory, 5,
+              "Failed to create DX inference command queue: " + HResultText(result) + "\n");
     throw DMLSetupException(static_cast<int>(result));
   }
   const gpu::ComPtr<ID3D12CommandQueue> queue = gpu::AdoptCom(createdQueue);
@@ -91,7 +93,7 @@ void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   gpu::ComPtr<IUnknown> dmlDevice;
   result = CreateDMLDevice(device.get(), dmlDevice);
   if (FAILED(result)) {
-    KIV_TRACE(kTraceCategory, 5, "Failed to create DML device: " + HResultText(result));
+    KIV_TRACE(kTraceCategory, 5, "Failed to create DML device: " + HResultText(result) + "\n");
     throw DMLSetupException(static_cast<int>(result));
   }
 

@@ -10,34 +10,7 @@
 namespace kivml::gpu {
 namespace {
 
-// An adapter list as a platform would report it; an empty description stands for a failed read.
-class FakeEnumerator final : public GPUAdapterEnumerator {
- public:
-  explicit FakeEnumerator(std::vector<std::optional<AdapterDescription>> adapters)
-      : mAdapters(std::move(adapters)) {}
-
-  std::unique_ptr<GPUAdapter> EnumAdapter(size_t index) override {
-    ++mEnumerated;
-    return index < mAdapters.size() ? std::make_unique<FakeAdapter>(mAdapters[index]) : nullptr;
-  }
-
-  size_t mEnumerated = 0;
-
- private:
-  class FakeAdapter final : public GPUAdapter {
-   public:
-    explicit FakeAdapter(std::optional<AdapterDescription> description)
-        : mDescription(std::move(description)) {}
-    std::optional<AdapterDescription> ReadDescription() override { return mDescription; }
-    uint64_t QueryAvailableMemory() noexcept override { return 0; }
-    ComPtr<ID3D12Device> CreateD3D12Device() override { return nullptr; }
-
-   private:
-    std::optional<AdapterDescription> mDescription;
-  };
-
-  std::vector<std::optional<AdapterDescription>> mAdapters;
-};
+using test::FakeEnumerator;
 
 AdapterDescription Adapter(const char* name, uint32_t flags = 0, uint32_t vendor = 0x10DE,
                            uint32_t device = 1) {
@@ -60,6 +33,14 @@ TEST(AdapterSelectionTest, TakesTheFirstHardwareAdapterInOrder) {
   EXPECT_EQ(enumerator.mEnumerated, 1U) << "the search ends at the first adapter taken";
 }
 
+TEST(AdapterSelectionTest, ReportsWhereInTheOrderTheAdapterTakenIs) {
+  FakeEnumerator skipping({Adapter("software", AdapterDescription::kSoftwareFlag), std::nullopt,
+                           Adapter("basic render", 0, 0x1414, 0x8C), Adapter("hardware")});
+  EXPECT_EQ(SelectHighPerformanceAdapter(skipping, false).mIndex, 3U);
+  FakeEnumerator first({Adapter("software", AdapterDescription::kSoftwareFlag), Adapter("hardware")});
+  EXPECT_EQ(SelectHighPerformanceAdapter(first, true).mIndex, 0U);
+}
+
 TEST(AdapterSelectionTest, SkipsTheBasicRenderDriverAndSoftwareAdapters) {
   EXPECT_EQ(Choose({Adapter("basic render", 0, 0x1414, 0x8C), Adapter("real")}), "real");
   EXPECT_EQ(Choose({Adapter("other device of the same vendor", 0, 0x1414, 0x8D)}),
@@ -76,6 +57,18 @@ TEST(AdapterSelectionTest, AcceptsSoftwareAdaptersOnlyWhenAsked) {
   EXPECT_EQ(Choose({Adapter("software", AdapterDescription::kSoftwareFlag)}, true), "software");
   EXPECT_EQ(Choose({Adapter("basic render", AdapterDescription::kSoftwareFlag, 0x1414, 0x8C)}, true),
             "<none>");
+}
+
+TEST(PlatformAdapterTest, TestsCanReplaceThePlatformsAdapters) {
+  {
+    test::AdaptersReplaced replaced(
+        {Adapter("software", AdapterDescription::kSoftwareFlag), Adapter("fake")});
+    const SelectedAdapter selected = SelectPlatformAdapter();
+    EXPECT_EQ(selected.mDescription.mName, "fake");
+    EXPECT_EQ(selected.mIndex, 1U);
+  }
+  const SelectedAdapter platform = test::SelectTestAdapter();
+  EXPECT_NE(platform.mAdapter ? platform.mDescription.mName : "", "fake") << "the platform's are back";
 }
 
 // The machine's own adapters: CI machines have a software rasterizer only, which is never chosen unless a

@@ -5,7 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "gpu/AdapterSelection.h"
 #include "kivcore/config/kiv_exception.h"
@@ -20,6 +24,47 @@ class SoftwareAdaptersAccepted {
   ~SoftwareAdaptersAccepted() { SetSoftwareAdaptersAcceptedForTesting(false); }
   SoftwareAdaptersAccepted(const SoftwareAdaptersAccepted&) = delete;
   SoftwareAdaptersAccepted& operator=(const SoftwareAdaptersAccepted&) = delete;
+};
+
+// An adapter list as a platform would report it; an empty description stands for a failed read.
+class FakeEnumerator final : public GPUAdapterEnumerator {
+ public:
+  explicit FakeEnumerator(std::vector<std::optional<AdapterDescription>> adapters)
+      : mAdapters(std::move(adapters)) {}
+
+  std::unique_ptr<GPUAdapter> EnumAdapter(size_t index) override {
+    ++mEnumerated;
+    return index < mAdapters.size() ? std::make_unique<FakeAdapter>(mAdapters[index]) : nullptr;
+  }
+
+  size_t mEnumerated = 0;
+
+ private:
+  class FakeAdapter final : public GPUAdapter {
+   public:
+    explicit FakeAdapter(std::optional<AdapterDescription> description)
+        : mDescription(std::move(description)) {}
+    std::optional<AdapterDescription> ReadDescription() override { return mDescription; }
+    uint64_t QueryAvailableMemory() noexcept override { return 0; }
+    ComPtr<ID3D12Device> CreateD3D12Device() override { return nullptr; }
+
+   private:
+    std::optional<AdapterDescription> mDescription;
+  };
+
+  std::vector<std::optional<AdapterDescription>> mAdapters;
+};
+
+// The library sees `adapters` instead of the platform's for the lifetime of the object.
+class AdaptersReplaced {
+ public:
+  explicit AdaptersReplaced(std::vector<std::optional<AdapterDescription>> adapters) {
+    SetAdapterEnumeratorForTesting(
+        [adapters = std::move(adapters)] { return std::make_unique<FakeEnumerator>(adapters); });
+  }
+  ~AdaptersReplaced() { SetAdapterEnumeratorForTesting({}); }
+  AdaptersReplaced(const AdaptersReplaced&) = delete;
+  AdaptersReplaced& operator=(const AdaptersReplaced&) = delete;
 };
 
 // The adapter tests run on, software ones included. None where the platform's adapter factory cannot be

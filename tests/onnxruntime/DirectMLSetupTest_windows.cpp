@@ -31,9 +31,9 @@ TEST_F(DirectMLSetupTest, AnAdapterWithoutDevicesFallsBackToTheCpuWithTheDeviceE
 
   TraceCapture traces;
   ExpectAddModelAdds(true);
-  EXPECT_TRUE(traces.Saw("Selected GPU: " + selected.mDescription.mName));
-  // The result code as a signed decimal, as every set-up failure is traced.
-  EXPECT_TRUE(traces.Saw("Failed to create DX device: " + std::to_string(code)));
+  EXPECT_TRUE(traces.Saw("Selected GPU: " + selected.mDescription.mName + "\n"));
+  // The result code as a signed decimal, as every set-up failure is traced, and the line's own end.
+  EXPECT_TRUE(traces.Saw("Failed to create DX device: " + std::to_string(code) + "\n"));
   EXPECT_TRUE(traces.Saw("Falling back to CPU ORT evaluation"));
 }
 

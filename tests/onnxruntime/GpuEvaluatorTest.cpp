@@ -80,7 +80,7 @@ class GpuEvaluatorTest : public OrtTest {
     TraceCapture traces;
     auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("conv"), true), batching);
     if (evaluator) {
-      EXPECT_TRUE(traces.Saw("Selected GPU: " + mAdapterName));
+      EXPECT_TRUE(traces.Saw("Selected GPU: " + mAdapterName + "\n"));
       EXPECT_FALSE(traces.Saw("Falling back to CPU ORT evaluation"));
       const auto probabilities = Classify(evaluator, images);
       if (!RunningUnderWine()) {
@@ -101,7 +101,7 @@ TEST_F(GpuEvaluatorTest, FallsBackToTheCpuWithoutAHardwareAdapter) {
   }
   TraceCapture traces;
   ExpectAddModelAdds(true);
-  EXPECT_TRUE(traces.Saw("Failed to find high performance GPU device"));
+  EXPECT_TRUE(traces.Saw("Failed to find high performance GPU device\n"));
   EXPECT_TRUE(traces.Saw("Falling back to CPU ORT evaluation"));
 }
 

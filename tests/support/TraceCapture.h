@@ -1,5 +1,6 @@
 #pragma once
-// Collects the library's trace lines (category "kivmachinelearning", every level) while it lives.
+// Collects the library's trace messages (category "kivmachinelearning", every level) while it lives,
+// exactly as a host's sink receives them: Saw compares whole messages, line end included.
 
 #include <algorithm>
 #include <mutex>

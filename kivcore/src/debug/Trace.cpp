@@ -116,7 +116,11 @@ bool IsEnabled(std::string_view category, int level) {
 
 void WriteToStandardError(TraceState& state, int level, const std::string& category,
                           const std::string& message) {
-  std::string line = "[" + category + ":" + std::to_string(level) + "] " + message + "\n";
+  std::string line = "[" + category + ":" + std::to_string(level) + "] " + message;
+  // A message that ends its own line (for the sake of hosts' sinks) gets no second one.
+  if (!message.ends_with('\n')) {
+    line += '\n';
+  }
   std::lock_guard lock(state.stderrMutex);
   std::fwrite(line.data(), 1, line.size(), stderr);
   std::fflush(stderr);

@@ -6,6 +6,7 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "TestEnvironment.h"
 
@@ -106,7 +107,19 @@ TEST_F(TraceTest, DefaultSinkWritesOneLineToStandardError) {
   SetTraceLevel("kivtest.stderr", 0);
   ::testing::internal::CaptureStderr();
   Trace(0, "kivtest.stderr", "hello");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "[kivtest.stderr:0] hello\n");
+  Trace(0, "kivtest.stderr", "ends its own line\n");  // gets no second line end
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "[kivtest.stderr:0] hello\n[kivtest.stderr:0] ends its own line\n");
+}
+
+TEST_F(TraceTest, HostSinkReceivesTheMessageAsTraced) {
+  std::vector<std::string> received;
+  SetTraceSink(
+      [&received](int, const std::string&, const std::string& message) { received.push_back(message); });
+  SetTraceLevel("kivtest.sink", 0);
+  Trace(0, "kivtest.sink", "no line end");
+  Trace(0, "kivtest.sink", "its own line end\n");
+  EXPECT_EQ(received, (std::vector<std::string>{"no line end", "its own line end\n"}));
 }
 
 }  // namespace

@@ -42,8 +42,9 @@ KIVCORE_EXPORT void ClearTraceLevels();
 KIVCORE_EXPORT int ApplyTraceSettings(std::string_view settings);
 
 // Installs a process-wide sink and returns the previous one (an empty sink restores the default, which
-// writes "[category:level] message" to standard error). Sinks are called from any thread, possibly at
-// once, and outside the trace's locks.
+// writes "[category:level] message" to standard error, with a line end unless the message ends with one).
+// Sinks receive each message exactly as traced, line end included, from any thread, possibly at once,
+// and outside the trace's locks.
 KIVCORE_EXPORT TraceSink SetTraceSink(TraceSink sink);
 
 }  // namespace kivcore::debug
