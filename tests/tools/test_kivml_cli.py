@@ -88,6 +88,11 @@ class InfoTest(ToolTestCase):
         self.assertRegex(out, r"author\s+= kivml tests")
         self.assertRegex(out, r"labels\s+= cat,dog")
 
+    def test_batching_needs_every_output_to_follow_the_batch(self):
+        for name in ("sum_rows", "nonzero", "twice_rows"):
+            self.assertIn("batching: not supported", self.succeed("info", model(name)).stdout, name)
+        self.assertIn("batching: supported", self.succeed("info", model("renamed_batch")).stdout)
+
     def test_shows_symbolic_dims_and_every_element_type(self):
         self.assertRegex(self.succeed("info", model("free_hw")).stdout, r"image\s+float32\s+\[N, 1, H, W\]")
         out = self.succeed("info", model("logical_and")).stdout
@@ -281,6 +286,14 @@ class RunErrorTest(ToolTestCase):
     def test_failed_request_shows_the_result_code(self):
         x = self.save("x.npy", np.ones((2, 4), np.float32))
         self.fail_with(["run", model("fixed_reshape"), "-i", "x=" + x], "request failed: 0xED6C0004", "Reshape")
+        # Batched, the fixed text comes with ONNX Runtime's reason.
+        zero = self.save("zero.npy", np.array([[5, 0]], np.int32))
+        self.fail_with(["run", model("int_div"), "-i", "pair=" + zero, "--batched"], "request failed: 0xED6C0004",
+                       "PredictError", "Integer division by zero", quiet=False)
+        # A valid request is not failed by the zero-filled rows that pad its batch.
+        valid = self.save("valid.npy", np.array([[5, 4]], np.int32))
+        self.succeed("run", model("int_div"), "-i", "pair=" + valid, "--batched", "--output-dir", self.dir)
+        self.assertEqual(np.load(os.path.join(self.dir, "quotient.npy")).tolist(), [1])
 
 
 class BenchTest(ToolTestCase):
@@ -471,6 +484,12 @@ class SettingsTest(ToolTestCase):
         result = self.succeed("info", model("add"), "--trace", "*=9")
         self.assertIn("[kivmachinelearning:", result.stderr)
         self.assertNotIn("[kivmachinelearning:", result.stdout)
+        # The GPU set-up's messages end their own line: one line each, no blank lines between.
+        a = self.save("a.npy", np.ones((1, 3), np.float32))
+        gpu = self.succeed("run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "--gpu",
+                           "--output-dir", self.dir, "--trace", "kivmachinelearning=7")
+        self.assertIn("[kivmachinelearning:", gpu.stderr)
+        self.assertNotIn("\n\n", gpu.stderr.replace("\r", ""))
 
     def test_profile_and_settings_file(self):
         settings = os.path.join(self.dir, "settings.txt")

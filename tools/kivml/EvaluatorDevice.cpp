@@ -47,6 +47,9 @@ void EvaluatorDeviceWatch::Record(int level, const std::string& category, const 
     std::lock_guard lock(mMutex);
     if (message.starts_with(kSelected)) {
       mAdapter = message.substr(kSelected.size());
+      if (!mAdapter.empty() && mAdapter.back() == '\n') {
+        mAdapter.pop_back();  // the set-up's messages end their own line
+      }
     } else if (message == kFallBack) {
       mFellBack = true;
     }

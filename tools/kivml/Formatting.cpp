@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "kivcore/config/ExceptionResult.h"
+#include "kivcore/config/NestedException.h"
 #include "kivml/TensorFeatureTypes.h"
 #include "kivml/utility/TensorLayout.h"
 
@@ -66,7 +67,7 @@ std::string DescribeFailure(const std::exception_ptr& failure) {
   try {
     std::rethrow_exception(failure);
   } catch (const std::exception& exception) {
-    message = exception.what();
+    message = kivcore::config::DescribeWithCauses(exception);  // a batched failure carries ONNX Runtime's
   } catch (...) {
     message = "unknown exception";
   }

@@ -29,7 +29,7 @@ void PrintFeatures(const char* title, const std::vector<FeatureSignature>& featu
 
 std::string BatchingText(const ModelSignature& signature) {
   if (!signature.SupportsBatching()) {
-    return "not supported (not every input has a leading free dimension)";
+    return "not supported (not every input has a leading free dimension that every output follows)";
   }
   const FeatureSignature& first = signature.Inputs().front();
   const std::string& symbol = first.symbols.front();

@@ -205,7 +205,9 @@ int RunCommand::Execute() const {
   const ModelSignature signature = ModelSignature::Load(mModel, mGpu);
   signature.RequireSupportedTypes();
   if (mBatched && !signature.SupportsBatching()) {
-    throw ToolError("--batched: the model cannot run batched (not every input has a leading free dimension)");
+    throw ToolError(
+        "--batched: the model cannot run batched: not every input has a leading free dimension that every "
+        "output follows");
   }
   const Request request = ReadInputs(signature);
   EvaluatorDevice device;

@@ -125,7 +125,10 @@ std::vector<Entry> ParseFile(const std::string& path) {
 }  // namespace
 
 void WriteTraceLine(int level, const std::string& category, const std::string& message) {
-  const std::string line = "[" + category + ":" + std::to_string(level) + "] " + message + "\n";
+  // Some messages end their own line (the GPU set-up's); the rest get one here.
+  const bool ended = !message.empty() && message.back() == '\n';
+  const std::string line =
+      "[" + category + ":" + std::to_string(level) + "] " + message + (ended ? "" : "\n");
   std::fputs(line.c_str(), stderr);
 }
 
