@@ -331,7 +331,7 @@ void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
     if (!kivcore::ResultSucceeded(run.result) && retryRowsAlone && worthRetrying) {
       RetryRowsAlone(container, descriptions);
     } else {
-      AnswerBatch(container, run);
+      AnswerBatch(container, std::move(run));
     }
   }
 }

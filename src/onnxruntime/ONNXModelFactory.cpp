@@ -31,8 +31,9 @@ bool HasLeadingFreeDimension(const ORTTensorDescription& description) {
   return description.GetKind() == FeatureKind::kTensor && !shape.empty() && shape.front() == -1;
 }
 
-// A size no real model gives a dimension, for telling which outputs follow the inputs' batch dimension.
-constexpr int64_t kProbeBatchSize = 7919;
+// A batch size for telling which outputs follow the inputs' batch dimension: no size a model fixes an
+// output's leading dimension to, and divisible by the small factors a reshape may split a batch by.
+constexpr int64_t kProbeBatchSize = 6720;
 
 UniqueSession CreateSession(OrtEnv* env, const kivcore::allocator::RecycledMemory& payload,
                             const OrtSessionOptions& options) {
@@ -69,7 +70,12 @@ bool OutputsFollowTheBatch(OrtEnv* env, const kivcore::allocator::RecycledMemory
       ort::ThrowIfFailed(api.AddFreeDimensionOverrideByName(options.get(), name.c_str(), kProbeBatchSize));
     }
   }
-  const UniqueSession probe = CreateSession(env, payload, *options);
+  UniqueSession probe;
+  try {
+    probe = CreateSession(env, payload, *options);
+  } catch (const Ort::Exception&) {
+    return false;  // the model cannot take the probe's batch at all, so it cannot be told to batch
+  }
   // An input whose batch has neither a name nor the denotation stays free; outputs can then only be
   // asked to be free where it leads.
   const auto probedInputs =
