@@ -83,23 +83,6 @@ TEST_F(BatchedAnswersTest, EachRowOfARenamedBatchGoesToItsOwnRequest) {
   EXPECT_EQ(ValuesOf<float>(futures[1].Get(), "y"), std::vector<float>({0, 4, 5}));
 }
 
-// The message of the cause nested in a failed future's exception; empty when there is none.
-std::string CauseOf(const Future& future) {
-  if (!future.WaitFor(kFutureTimeout) || !future.HasException()) {
-    return {};
-  }
-  try {
-    std::rethrow_exception(future.GetException());
-  } catch (const std::exception& outer) {
-    try {
-      std::rethrow_if_nested(outer);
-    } catch (const std::exception& cause) {
-      return cause.what();
-    }
-  }
-  return {};
-}
-
 utility::FeatureContainerVector Division(int32_t dividend, int32_t divisor) {
   return MakeInputs({{"pair", MakeTensor<int32_t>({1, 2}, {dividend, divisor})}});
 }

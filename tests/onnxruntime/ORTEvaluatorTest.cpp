@@ -14,7 +14,6 @@
 
 #include "gpu/AdapterSelection.h"
 #include "kivcore/classref/ClassFactory.h"
-#include "kivcore/config/NestedException.h"
 #include "kivcore/config/ResultCodes.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/Trace.h"
@@ -238,19 +237,6 @@ TEST_F(ORTEvaluatorTest, UnmappedElementTypesAreRejected) {
   auto future = evaluator->QueueFeatures(MakeInputs({{"x", MakeTensor<uint16_t>({1, 2}, {0, 0})}}));
   EXPECT_EQ(ResultOf(future), static_cast<int>(0xED6C0002u));
   EXPECT_EQ(MessageOf(future), "Exception in Predict() chain.");
-}
-
-// Every message of a failed future's exception and of the causes nested in it, joined.
-template <class T>
-std::string FullMessageOf(const kivcore::async::Future<T>& future) {
-  if (!future.WaitFor(kFutureTimeout) || !future.HasException()) {
-    return {};
-  }
-  try {
-    std::rethrow_exception(future.GetException());
-  } catch (const std::exception& exception) {
-    return kivcore::config::DescribeWithCauses(exception);
-  }
 }
 
 TEST_F(ORTEvaluatorTest, ModelsThatCannotLoadFailTheFutureSayingWhy) {

@@ -115,23 +115,6 @@ TEST_F(LocalEvaluatorTest, BackendWithoutFullBatchesNeitherWaitsNorPads) {
   EXPECT_TRUE(mClock->Waits().empty());
 }
 
-// The cause attached to a failed future's exception; empty when there is none.
-std::string CauseOf(const RequestFuture& future) {
-  if (!future.HasException()) {
-    return {};
-  }
-  try {
-    std::rethrow_exception(future.GetException());
-  } catch (const std::exception& outer) {
-    try {
-      std::rethrow_if_nested(outer);
-    } catch (const std::exception& cause) {
-      return cause.what();
-    }
-  }
-  return {};
-}
-
 // Sets the debug-database entry for the life of the scope.
 class ScopedSetting {
  public:
