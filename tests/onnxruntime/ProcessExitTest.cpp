@@ -19,6 +19,8 @@ using kivcore::classref::InterfaceRef;
 using Future = kivcore::async::Future<utility::FeatureContainerVector>;
 
 kivcore::classref::InterfaceRef<IMLEvaluator> gHeldInAStatic;
+// The answers are held through the exit, reachable, so that leak checkers do not count them.
+std::vector<Future>* gAnswers = nullptr;
 
 // Under Wine every child process takes seconds to start.
 int Repeats() {
@@ -40,11 +42,11 @@ class ProcessExitTest : public OrtTest, public ::testing::WithParamInterface<Bat
     if (!evaluator) {
       std::_Exit(3);
     }
-    auto* answers = new std::vector<Future>();
-    answers->reserve(count);
+    gAnswers = new std::vector<Future>();
+    gAnswers->reserve(count);
     for (size_t i = 0; i < count; ++i) {
       const float value = static_cast<float>(i);
-      answers->push_back(
+      gAnswers->push_back(
           evaluator->QueueFeatures(MakeInputs({{"input1", MakeTensor<float>({1, 3}, {value, value, value})},
                                                {"input2", MakeTensor<float>({1, 3}, {1, 1, 1})}})));
     }
