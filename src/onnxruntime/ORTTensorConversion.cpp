@@ -5,7 +5,6 @@
 
 #include "kivcore/config/kiv_exception.h"
 #include "kivml/ResultCodes.h"
-#include "kivml/utility/TensorLayout.h"
 #include "onnxruntime/ORTElementTypes.h"
 #include "onnxruntime/ORTTensorDescription.h"
 #include "onnxruntime/ORTTensorWrapper.h"
@@ -35,23 +34,23 @@ bool ReadsAsPacked(const ShapeType& shape, const StrideType& strides) {
   if (strides.empty()) {
     return true;
   }
-  const auto matches = [&](const StrideType& expected, size_t offset) {
-    if (strides.size() != shape.size() + offset) {
+  const size_t rank = shape.size();
+  // Walks the dimensions from the last, building each rule's expected stride as it goes (no allocation:
+  // this runs for every input of every request).
+  const auto matches = [&](size_t offset, bool rowMajor) {
+    if (strides.size() != rank + offset) {
       return false;
     }
-    for (size_t i = 0; i < shape.size(); ++i) {
-      if (shape[i] > 1 && strides[offset + i] != expected[i]) {
+    uint64_t expected = 1;
+    for (size_t k = rank; k-- > 0;) {
+      if (shape[k] > 1 && strides[offset + k] != expected) {
         return false;
       }
+      expected *= rowMajor ? shape[k] : shape[rank - 1 - k];
     }
     return true;
   };
-  const StrideType packed = utility::CalculatePackedStrides(shape);
-  StrideType rowMajor(shape.size(), 1);
-  for (size_t i = shape.size(); i > 1; --i) {
-    rowMajor[i - 2] = rowMajor[i - 1] * shape[i - 1];
-  }
-  return matches(packed, 0) || matches(packed, 1) || matches(rowMajor, 0);
+  return matches(0, false) || matches(1, false) || matches(0, true);
 }
 
 OrtMemoryInfo* DefaultMemoryInfo() {

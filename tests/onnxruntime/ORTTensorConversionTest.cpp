@@ -4,8 +4,11 @@
 
 #include <functional>
 
+#include "kivcore/allocator/RecycledMemory.h"
+#include "kivcore/config/kiv_exception.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/TensorFeatureTypes.h"
+#include "kivml/utility/TensorFactories.h"
 #include "onnxruntime/ORTApi.h"
 #include "onnxruntime/ORTElementTypes.h"
 #include "onnxruntime/ORTEnvironment.h"
@@ -81,6 +84,32 @@ TEST(ORTTensorConversion, AnOutputWithoutARowPerItemIsNotSplit) {
   expectRefused({}, 2);
   expectRefused({3}, 2);
   expectRefused({1, 3}, 2);
+}
+
+TEST(ORTTensorConversion, OnlyStridesOfAPackedLayoutFit) {
+  const auto fits = [](StrideType strides, ShapeType shape = {3, 5, 10}) {
+    auto memory = kivcore::allocator::RecycledMemory::Create(150 * sizeof(float));
+    const auto tensor = utility::CreateTensor(std::move(memory), sizeof(float), shape, std::move(strides))
+                            .Query<ITensorMLFeatureAccessor>();
+    const DescriptionShapeType described(shape.begin(), shape.end());
+    try {
+      FitToDescription("x", *tensor, described, ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT);
+      return true;
+    } catch (const kivcore::kiv_exception& exception) {
+      EXPECT_EQ(exception.GetResult(), eBadFeature);
+      return false;
+    }
+  };
+  EXPECT_TRUE(fits({}));
+  EXPECT_TRUE(fits({15, 3, 1}));       // the library's own: products of the leading dimensions
+  EXPECT_TRUE(fits({150, 15, 3, 1}));  // the same after the element count, as the debug reader gives them
+  EXPECT_TRUE(fits({50, 10, 1}));      // row-major
+  EXPECT_FALSE(fits({50, 10, 2}));
+  EXPECT_FALSE(fits({15, 3}));
+  EXPECT_FALSE(fits({1, 10, 50}));
+  // A dimension of one element never moves, whatever its stride.
+  EXPECT_TRUE(fits({0, 10, 1}, {1, 15, 10}));
+  EXPECT_FALSE(fits({0, 1000000}, {1, 150}));
 }
 
 TEST(ORTEnvironment, LeavesTwoProcessorsToTheHostOnLargerMachines) {
