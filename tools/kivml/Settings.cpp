@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
-#include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -16,6 +14,7 @@
 #include "Formatting.h"
 #include "InputFile.h"
 #include "ToolError.h"
+#include "WholeNumberValidator.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/debug/Trace.h"
 #include "kivcore/string/StringConversions.h"
@@ -46,11 +45,8 @@ constexpr std::array<KnownKey, 3> kKnownKeys{{
 }};
 
 bool IsWholeNumber(std::string_view text) {
-  text = kivcore::string::TrimBlanks(text);
-  uint64_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [last, error] = std::from_chars(text.data(), end, value);
-  return !text.empty() && error == std::errc() && last == end;
+  std::string trimmed(kivcore::string::TrimBlanks(text));
+  return WholeNumberValidator()(trimmed).empty();
 }
 
 // Throws ToolError when the library would misread the value of a key it knows; warns of a key it does not
@@ -91,33 +87,19 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-// The library's settings-file format, which its own loader reads without a word about lines it skips:
-// "key = value" lines, blanks around both trimmed, blank lines and '#' comments skipped.
+// Entries of a settings file as the library's loader reads it, which skips malformed lines without a word.
 std::vector<Entry> ParseFile(const std::string& path) {
-  std::string text = ReadFile(path);
-  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  if (std::string_view(text).substr(0, kByteOrderMark.size()) == kByteOrderMark) {
-    text.erase(0, kByteOrderMark.size());
-  }
+  const std::string text = ReadFile(path);
   std::vector<Entry> entries;
-  std::istringstream lines(text);
-  std::string line;
-  for (size_t number = 1; std::getline(lines, line); ++number) {
-    const std::string_view content = kivcore::string::TrimBlanks(line);
-    if (content.empty() || content.front() == '#') {
-      continue;
+  for (const auto& parsed : kivcore::debug::DebugDatabase::ParseSettingsFile(text)) {
+    const std::string origin = "--settings '" + path + "' line " + std::to_string(parsed.item);
+    if (parsed.text.find('=') == std::string_view::npos) {
+      throw ToolError(origin + ": expected 'key = value', not '" + std::string(parsed.text) + "'");
     }
-    const std::string origin = "--settings '" + path + "' line " + std::to_string(number);
-    const size_t equals = content.find('=');
-    if (equals == std::string_view::npos) {
-      throw ToolError(origin + ": expected 'key = value', not '" + std::string(content) + "'");
-    }
-    const std::string_view key = kivcore::string::TrimBlanks(content.substr(0, equals));
-    if (key.empty()) {
+    if (parsed.key.empty()) {
       throw ToolError(origin + ": the key before '=' is empty");
     }
-    entries.push_back(
-        {std::string(key), std::string(kivcore::string::TrimBlanks(content.substr(equals + 1))), origin});
+    entries.push_back({std::string(parsed.key), std::string(parsed.value), origin});
   }
   return entries;
 }

@@ -96,15 +96,19 @@ bool DebugDatabase::LoadFromFile(const std::string& path) {
 }
 
 size_t DebugDatabase::LoadFromString(std::string_view text) {
+  return Load(ParseSettingsFile(text));
+}
+
+std::vector<DebugDatabase::ParsedEntry> DebugDatabase::ParseSettingsFile(std::string_view text) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) {
     text.remove_prefix(kByteOrderMark.size());
   }
-  return LoadEntries(text, '\n');
+  return ParseEntries(text, '\n');
 }
 
 size_t DebugDatabase::LoadFromSettingsString(std::string_view settings) {
-  return LoadEntries(settings, ';');
+  return Load(ParseEntries(settings, ';'));
 }
 
 void DebugDatabase::LoadFromEnvironment() {
@@ -117,25 +121,32 @@ void DebugDatabase::LoadFromEnvironment() {
   }
 }
 
-size_t DebugDatabase::LoadEntries(std::string_view text, char separator) {
-  size_t loaded = 0;
-  while (!text.empty()) {
+std::vector<DebugDatabase::ParsedEntry> DebugDatabase::ParseEntries(std::string_view text, char separator) {
+  std::vector<ParsedEntry> entries;
+  for (size_t item = 1; !text.empty(); ++item) {
     const size_t end = text.find(separator);
     const std::string_view entry = string::TrimBlanks(text.substr(0, end));
     text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
     if (entry.empty() || entry.front() == '#') {
       continue;
     }
-    const size_t equals = entry.find('=');
-    if (equals == std::string_view::npos) {
-      continue;
+    ParsedEntry parsed{item, entry, {}, {}};
+    if (const size_t equals = entry.find('='); equals != std::string_view::npos) {
+      parsed.key = string::TrimBlanks(entry.substr(0, equals));
+      parsed.value = string::TrimBlanks(entry.substr(equals + 1));
     }
-    const std::string_view key = string::TrimBlanks(entry.substr(0, equals));
-    if (key.empty()) {
-      continue;
+    entries.push_back(parsed);
+  }
+  return entries;
+}
+
+size_t DebugDatabase::Load(const std::vector<ParsedEntry>& entries) {
+  size_t loaded = 0;
+  for (const ParsedEntry& entry : entries) {
+    if (!entry.key.empty()) {
+      SetEntry(entry.key, entry.value);
+      ++loaded;
     }
-    SetEntry(key, string::TrimBlanks(entry.substr(equals + 1)));
-    ++loaded;
   }
   return loaded;
 }

@@ -25,6 +25,16 @@ TEST(DebugDatabaseTest, TextIsParsedAndValuesKeptExactly) {
   EXPECT_EQ(database.GetEntry("empty", "fallback"), "");
   EXPECT_FALSE(database.HasEntry("# a comment"));
   EXPECT_FALSE(database.HasEntry("kivse.ort.profilemodels"));  // keys are case sensitive
+  // What the loader skips without a word, with the line it is on.
+  const auto parsed = DebugDatabase::ParseSettingsFile("a = 1\n# comment\nno equals sign\n\n = no key\n");
+  ASSERT_EQ(parsed.size(), 3u);
+  EXPECT_EQ(parsed[0].key, "a");
+  EXPECT_EQ(parsed[0].value, "1");
+  EXPECT_EQ(parsed[1].item, 3u);
+  EXPECT_TRUE(parsed[1].key.empty());
+  EXPECT_EQ(parsed[1].text, "no equals sign");
+  EXPECT_EQ(parsed[2].item, 5u);
+  EXPECT_TRUE(parsed[2].key.empty());
 
   database.SetEntry("flag", "true ");
   EXPECT_EQ(database.GetEntry("flag"), "true ");  // kept untrimmed

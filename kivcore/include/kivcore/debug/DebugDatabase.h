@@ -14,6 +14,7 @@
 #include <shared_mutex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kivcore/kivcore_export.h"
 #include "kivcore/string/StringTypes.h"
@@ -58,8 +59,21 @@ class KIVCORE_EXPORT DebugDatabase {
   // Loads KIVCORE_DEBUG_FILE, then KIVCORE_DEBUG_SETTINGS, as Instance() does on first use.
   void LoadFromEnvironment();
 
+  // One item of a settings text as the loaders read it; views into that text.
+  struct ParsedEntry {
+    size_t item;            // 1-based: the line of a settings file, the place in a settings string
+    std::string_view text;  // the item, blanks trimmed
+    std::string_view key;   // empty when the item is not "key = value": the loaders skip it silently
+    std::string_view value;
+  };
+  // The items of `text` in the settings-file format, blank and comment lines left out, so that a tool
+  // can say what the loaders would skip without a word.
+  static std::vector<ParsedEntry> ParseSettingsFile(std::string_view text);
+
  private:
-  size_t LoadEntries(std::string_view text, char separator);
+  static std::vector<ParsedEntry> ParseEntries(std::string_view text, char separator);
+  // Sets the well-formed entries; returns how many.
+  size_t Load(const std::vector<ParsedEntry>& entries);
 
   mutable std::shared_mutex mMutex;
   std::map<u8string, u8string, std::less<>> mEntries;  // guarded by mMutex
