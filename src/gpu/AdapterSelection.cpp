@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "kivcore/utility/Indestructible.h"
+
 namespace kivml::gpu {
 
 namespace {
@@ -15,9 +17,10 @@ struct TestEnumerator {
   std::function<std::unique_ptr<GPUAdapterEnumerator>()> create;  // guarded by mutex
 };
 
+// Never destroyed: a worker may set up a GPU session while the process exits.
 TestEnumerator& GetTestEnumerator() {
-  static TestEnumerator testEnumerator;
-  return testEnumerator;
+  static kivcore::utility::Indestructible<TestEnumerator> testEnumerator;
+  return *testEnumerator;
 }
 
 bool IsBasicRenderDriver(const AdapterDescription& description) {

@@ -186,10 +186,8 @@ int BenchCommand::Execute() const {
 
   const bool wantBatched = !mUnbatched;
   const bool wantUnbatched = !mBatched;
-  if (mBatched && !signature.SupportsBatching()) {
-    throw ToolError(
-        "--batched: the model cannot run batched: not every input has a leading free dimension that every "
-        "output follows");
+  if (mBatched) {
+    signature.RequireBatching();
   }
 
   BenchSetup setup;

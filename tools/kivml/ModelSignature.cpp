@@ -96,6 +96,14 @@ std::string ModelSignature::InputNames() const {
   return names;
 }
 
+void ModelSignature::RequireBatching() const {
+  if (!SupportsBatching()) {
+    throw ToolError(
+        "--batched: the model cannot run batched: not every input has a leading free dimension that every "
+        "output follows");
+  }
+}
+
 void ModelSignature::RequireSupportedTypes() const {
   for (const auto* features : {&mInputs, &mOutputs}) {
     for (const FeatureSignature& feature : *features) {

@@ -49,6 +49,8 @@ class ModelSignature {
   std::string InputNames() const;
   // Throws ToolError naming the first input or output whose element type the library cannot carry.
   void RequireSupportedTypes() const;
+  // Throws ToolError, for --batched, when the model cannot run batched.
+  void RequireBatching() const;
 
   // Starts an evaluator and waits for the model to load; throws ToolError with the result code.
   // `device`, when given, learns whether the evaluator got the GPU it may have asked for.

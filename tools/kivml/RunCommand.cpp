@@ -204,10 +204,8 @@ void RunCommand::WriteOutputs(const ModelSignature& signature,
 int RunCommand::Execute() const {
   const ModelSignature signature = ModelSignature::Load(mModel, mGpu);
   signature.RequireSupportedTypes();
-  if (mBatched && !signature.SupportsBatching()) {
-    throw ToolError(
-        "--batched: the model cannot run batched: not every input has a leading free dimension that every "
-        "output follows");
+  if (mBatched) {
+    signature.RequireBatching();
   }
   const Request request = ReadInputs(signature);
   EvaluatorDevice device;
