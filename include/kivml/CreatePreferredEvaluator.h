@@ -8,6 +8,7 @@
 #include "kivcore/classref/InterfaceRef.h"
 #include "kivcore/utility/Guid.h"
 #include "kivml/BatchedInference.h"
+#include "kivml/EvaluatorOptions.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/IMLModel.h"
 #include "kivml/kivml_export.h"
@@ -27,9 +28,17 @@ KIVML_EXPORT extern const kivcore::utility::Guid kORTEvaluatorGuid;
 [[nodiscard]] KIVML_EXPORT kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>>
 CreatePreferredEvaluator(kivcore::classref::InterfaceRef<IMLModel> model, BatchedInference batched);
 
+// The same, with the host's choice of prediction lanes among its options.
+[[nodiscard]] KIVML_EXPORT kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>>
+CreatePreferredEvaluator(kivcore::classref::InterfaceRef<IMLModel> model, const EvaluatorOptions& options);
+
 // Rows per model run of a started evaluator from CreatePreferredEvaluator: its batch size when it batches,
 // 1 when it runs requests singly; 0 for an evaluator this library did not make. Hosts use it to keep
 // enough requests in flight to fill batches.
 KIVML_EXPORT size_t GetEvaluatorBatchSize(const kivcore::classref::InterfaceRef<IMLEvaluator>& evaluator);
+
+// Predictions a started evaluator from CreatePreferredEvaluator runs at once (its lanes, as the machine
+// and its session allow); 0 for an evaluator this library did not make.
+KIVML_EXPORT size_t GetEvaluatorPredictionLanes(const kivcore::classref::InterfaceRef<IMLEvaluator>& evaluator);
 
 }  // namespace kivml
