@@ -1,6 +1,8 @@
 #include "BaseMLEvaluator.h"
 
+#include <cstddef>
 #include <exception>
+#include <iterator>
 #include <utility>
 
 #include "kivcore/threads/AsyncThreadedExecutor.h"
@@ -73,6 +75,24 @@ BaseMLEvaluator::RequestQueue BaseMLEvaluator::PopQueuedFeatureRequests() {
     taken.swap(mQueue);
   }
   PostThrottleNotificationLocked(mQueue.size());
+  return taken;
+}
+
+BaseMLEvaluator::RequestQueue BaseMLEvaluator::PopQueuedFeatureRequests(size_t most, size_t& left) {
+  RequestQueue taken;
+  ScopedLock lock(mMutex, "kivml::BaseMLEvaluator::PopQueuedFeatureRequests");
+  if (most >= mQueue.size()) {
+    taken.swap(mQueue);
+  } else {
+    const auto end = mQueue.begin() + static_cast<std::ptrdiff_t>(most);
+    taken.insert(taken.end(), std::make_move_iterator(mQueue.begin()), std::make_move_iterator(end));
+    mQueue.erase(mQueue.begin(), end);
+  }
+  if (mQueue.empty()) {
+    mGate.Close();
+  }
+  left = mQueue.size();
+  PostThrottleNotificationLocked(left);
   return taken;
 }
 

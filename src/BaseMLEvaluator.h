@@ -49,6 +49,9 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   virtual kivcore::classref::InterfaceRef<IMLEvaluator> GetEvaluatorRef() = 0;
   // Takes every queued request, in arrival order, and closes the gate if there were any.
   virtual RequestQueue PopQueuedFeatureRequests();
+  // Takes the first `most` queued requests, in arrival order; `left` is how many stay queued. Closes the
+  // gate when none stay.
+  RequestQueue PopQueuedFeatureRequests(size_t most, size_t& left);
   // Drops every queued request, failing its future with eModelExecutionTerminated.
   virtual void ClearQueuedFeatures();
   // Called by QueueFeatures, without the lock, after each request has been queued.

@@ -52,6 +52,13 @@ kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> Started(
 
 kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> CreatePreferredEvaluator(
     kivcore::classref::InterfaceRef<IMLModel> model, BatchedInference batched) {
+  EvaluatorOptions options;
+  options.batched = batched;
+  return CreatePreferredEvaluator(std::move(model), options);
+}
+
+kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> CreatePreferredEvaluator(
+    kivcore::classref::InterfaceRef<IMLModel> model, const EvaluatorOptions& options) {
   using EvaluatorRef = kivcore::classref::InterfaceRef<IMLEvaluator>;
   int result = eNoEvaluator;
   std::exception_ptr cause;
@@ -63,7 +70,12 @@ kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> CreatePref
       try {
         modelName = model ? std::string(model->GetName().View()) : std::string();
         evaluator->SetModel(model);
-        evaluator->SetShouldUseBatching(batched == kBatchedInference);
+        evaluator->SetShouldUseBatching(options.batched == kBatchedInference);
+        if (options.lanes) {
+          if (auto* local = dynamic_cast<LocalEvaluator*>(evaluator.get())) {
+            local->SetPredictionLanes(*options.lanes);
+          }
+        }
         result = 0;
       } catch (...) {
         cause = std::current_exception();
@@ -91,6 +103,11 @@ size_t GetEvaluatorBatchSize(const kivcore::classref::InterfaceRef<IMLEvaluator>
     return 0;
   }
   return base->GetShouldUseBatching() ? base->GetBatchSize() : 1;
+}
+
+size_t GetEvaluatorPredictionLanes(const kivcore::classref::InterfaceRef<IMLEvaluator>& evaluator) {
+  const auto* local = dynamic_cast<const LocalEvaluator*>(evaluator.get());
+  return local ? local->GetPredictionLanes() : 0;
 }
 
 }  // namespace kivml

@@ -19,9 +19,12 @@
 #include "kivcore/debug/Trace.h"
 #include "kivcore/logging/Logging.h"
 #include "kivcore/threads/ScopedLock.h"
+#include "kivcore/utility/CPUCount.h"
 #include "kivcore/utility/Indestructible.h"
+#include "kivml/EvaluatorOptions.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
+#include "kivml/Settings.h"
 #include "utility/CalculateOptimalBatchSize.h"
 #include "utility/ExitBarrier.h"
 #include "utility/TraceCategory.h"
@@ -42,15 +45,22 @@ struct LoadCompletion {
   ~LoadCompletion() { mPromise.SetValue(eModelExecutionTerminated); }
 };
 
-// The worker's statistics. Each evaluator has a worker thread of its own, so this is per evaluator. The
-// factors stay 0: the estimate is the first measured batch time.
+// The worker's statistics. Each evaluator has worker threads of its own, so this is per evaluator (and
+// per lane). The factors stay 0: the estimate is the first measured batch time.
 thread_local EvaluatorStatistician tWorkerStatistician;
+
+// The lane whose run this thread is in, while it is in one; its state tells producers whether it waits.
+struct LaneOfThread {
+  std::atomic<int>* state = nullptr;
+};
+thread_local LaneOfThread tLane;
 
 constexpr const char* kPredictError = "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError";
 
 // Read once per evaluator, when its worker starts; a value that is not a whole number keeps the default.
 std::chrono::microseconds ReadIdleSpin() {
-  const std::optional<uint64_t> microseconds = utility::ReadWholeNumberSetting("kivml.IdleSpinMicroseconds");
+  const std::optional<uint64_t> microseconds =
+      utility::ReadWholeNumberSetting(settings::kIdleSpinMicroseconds.key);
   if (!microseconds || *microseconds > std::numeric_limits<uint32_t>::max()) {
     return LocalEvaluator::kDefaultIdleSpin;
   }
@@ -60,7 +70,7 @@ std::chrono::microseconds ReadIdleSpin() {
 // Read once per evaluator, when its worker starts: "false" or "0" turns the retry off.
 bool ReadRetryRowsAlone() {
   const std::string value = kivcore::debug::DebugDatabase::Instance().GetEntry(
-      std::string_view(LocalEvaluator::kRetryRowsAloneKey), std::string_view("true"));
+      settings::kRetryFailedBatchRows.key, settings::kRetryFailedBatchRows.defaultValue);
   return value != "false" && value != "0";
 }
 
@@ -74,10 +84,10 @@ LocalEvaluator::~LocalEvaluator() {
   {
     ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::~LocalEvaluator");
     worker = std::move(mWorker);
-    mTrigger.reset();
+    mLanes.reset();
   }
   if (worker) {
-    // Joins the worker; when the last reference went away on the worker itself, it is detached instead.
+    // Joins the workers; when the last reference went away on a worker itself, that one is detached.
     worker->Shutdown();
   }
 }
@@ -92,26 +102,73 @@ bool LocalEvaluator::Pause() {
 }
 
 bool LocalEvaluator::Resume() {
-  std::shared_ptr<kivcore::threads::QueueOnlyOnce> trigger;
+  std::shared_ptr<Lanes> lanes;
   {
     ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::Resume");
     if (!mWorker) {
       return false;
     }
     mWorker->Resume();
-    trigger = mTrigger;
+    lanes = mLanes;
   }
   // A loop that stopped because of the pause left requests queued with no trigger pending for them.
-  trigger->Trigger();
+  WakeLanes(*lanes);
   return true;
 }
 
-LocalEvaluator::RequestQueue LocalEvaluator::PopUnlessPaused() {
-  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::PopUnlessPaused");
-  if (mWorker && mWorker->IsPaused()) {
-    return {};
+LocalEvaluator::RequestQueue LocalEvaluator::PopUnlessPaused(size_t most, bool evenIfPaused) {
+  std::shared_ptr<Lanes> lanes;
+  RequestQueue taken;
+  {
+    ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::PopUnlessPaused");
+    if (!evenIfPaused && mWorker && mWorker->IsPaused()) {
+      return {};
+    }
+    if (most == std::numeric_limits<size_t>::max()) {
+      return PopQueuedFeatureRequests();
+    }
+    size_t left = 0;
+    taken = PopQueuedFeatureRequests(most, left);
+    if (left != 0) {
+      lanes = mLanes;
+    }
   }
-  return PopQueuedFeatureRequests();
+  if (lanes) {
+    WakeIdleLane(*lanes);
+  }
+  return taken;
+}
+
+size_t LocalEvaluator::TakeLimit(size_t perLane) const {
+  return tLane.state != nullptr ? perLane : std::numeric_limits<size_t>::max();
+}
+
+void LocalEvaluator::SetLaneWaiting(bool waiting) const {
+  if (tLane.state != nullptr) {
+    tLane.state->store(waiting ? kLaneWaiting : kLaneBusy);
+  }
+}
+
+void LocalEvaluator::WakeLanes(Lanes& lanes) {
+  if (!lanes.ready.load()) {
+    return;  // the load wakes them when it ends
+  }
+  if (lanes.active.load() == 1) {
+    lanes.triggers.front()->Trigger();
+  } else {
+    WakeIdleLane(lanes);  // a lane that leaves requests behind wakes the next
+  }
+}
+
+void LocalEvaluator::WakeIdleLane(Lanes& lanes) {
+  const size_t active = lanes.active.load();
+  for (size_t lane = 0; lane < active; ++lane) {
+    int idle = kLaneIdle;
+    if (lanes.states[lane].compare_exchange_strong(idle, kLaneBusy)) {
+      lanes.triggers[lane]->Trigger();
+      return;
+    }
+  }
 }
 
 uint64_t LocalEvaluator::QueryAvailableVideoMemory() const {
@@ -149,6 +206,41 @@ void LocalEvaluator::SetShouldUseBatching(bool shouldUseBatching) {
   SetShouldUseBatchingLocked(shouldUseBatching);
 }
 
+void LocalEvaluator::SetPredictionLanes(unsigned lanes) {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::SetPredictionLanes");
+  mRequestedLanes = lanes;
+}
+
+size_t LocalEvaluator::GetPredictionLanes() const {
+  const std::shared_ptr<Lanes> lanes = GetLanes();
+  if (!lanes) {
+    return 1;
+  }
+  return lanes->ready.load() ? lanes->active.load() : lanes->triggers.size();
+}
+
+unsigned LocalEvaluator::FitMachineLanes() noexcept {
+  return std::clamp(kivcore::utility::CPUCount(), 1U, kMostFittedLanes);
+}
+
+unsigned LocalEvaluator::ResolveLanes() const {
+  unsigned lanes = 1;
+  {
+    ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::ResolveLanes");
+    if (mRequestedLanes) {
+      lanes = *mRequestedLanes;
+    } else if (const auto setting = utility::ReadWholeNumberSetting(settings::kPredictionLanes.key)) {
+      lanes = static_cast<unsigned>(std::min<uint64_t>(*setting, kMostLanes));
+    }
+  }
+  return lanes == kFitMachineLanes ? FitMachineLanes() : std::min(lanes, kMostLanes);
+}
+
+std::shared_ptr<LocalEvaluator::Lanes> LocalEvaluator::GetLanes() const {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::GetLanes");
+  return mLanes;
+}
+
 kivcore::async::Future<int> LocalEvaluator::Start() {
   try {
     return StartWorker();
@@ -168,37 +260,42 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   if (const auto model = GetModel()) {
     name += model->GetName().View();
   }
+  const unsigned laneCount = ResolveLanes();
 
   ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::Start");
   if (mWorker) {
     return kivcore::async::MakeReadyFuture(static_cast<int>(kivcore::config::eInvalidArgument));
   }
   auto worker = kivcore::threads::CreateAsyncThreadedExecutor(
-      name, 1, kivcore::threads::ThreadPriority::kNormal, {}, {}, kivcore::threads::ThreadAttributes());
+      name, laneCount, kivcore::threads::ThreadPriority::kNormal, {}, {}, kivcore::threads::ThreadAttributes());
 
   const std::weak_ptr<LocalEvaluator> weakSelf =
       std::dynamic_pointer_cast<LocalEvaluator>(GetSharedFromThis());
   const bool batched = GetShouldUseBatching();
   const std::chrono::microseconds idleSpin = ReadIdleSpin();
   const bool retryRowsAlone = ReadRetryRowsAlone();
-  auto trigger = kivcore::threads::QueueOnlyOnce::Create(
-      [weakSelf, batched, idleSpin, retryRowsAlone] {
-        // Left after `self`: the run may end by destroying the evaluator.
-        const utility::ExitBarrier::Scope inFlight;
-        if (const auto self = weakSelf.lock()) {
-          if (batched) {
-            self->ProcessQueueThroughModelBatched(retryRowsAlone);
-          } else {
-            self->ProcessQueueThroughModel(idleSpin);
+  auto lanes = std::make_shared<Lanes>();
+  lanes->states = std::make_unique<std::atomic<int>[]>(laneCount);
+  for (size_t lane = 0; lane < laneCount; ++lane) {
+    lanes->states[lane].store(kLaneIdle);
+    lanes->triggers.push_back(kivcore::threads::QueueOnlyOnce::Create(
+        [weakSelf, lane, batched, idleSpin, retryRowsAlone] {
+          // Left after `self`: the run may end by destroying the evaluator.
+          const utility::ExitBarrier::Scope inFlight;
+          if (const auto self = weakSelf.lock()) {
+            self->RunLane(lane, batched, idleSpin, retryRowsAlone);
           }
-        }
-      },
-      worker, 0, 0);
+        },
+        worker, 0, 0));
+  }
+  // One worker thread runs the load before any prediction, so its trigger may fire at once; with more,
+  // lanes wait for the load to decide how many may run.
+  lanes->ready.store(laneCount == 1);
 
   auto completion = std::make_shared<LoadCompletion>();
   kivcore::async::Future<int> loaded = completion->mPromise.GetFuture();
   worker->Post(
-      [weakSelf, trigger, completion] {
+      [weakSelf, lanes, completion] {
         const utility::ExitBarrier::Scope inFlight;
         const auto self = weakSelf.lock();
         if (!self) {
@@ -214,13 +311,23 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
           result = kivcore::config::ExtractResultFromException(exception);
           self->SetLoadFailure(exception);  // before the completion: whoever hears of it can read why
         }
+        const size_t created = lanes->triggers.size();
+        if (created > 1 && !self->CanPredictConcurrently()) {
+          KIV_TRACE(kTraceCategory, 5,
+                    "The session cannot run predictions concurrently: 1 prediction lane instead of " +
+                        std::to_string(created));
+        } else {
+          lanes->active.store(created);
+        }
+        lanes->ready.store(true);
         completion->mPromise.SetValue(result);
-        trigger->Trigger();  // requests queued before Start had nobody to wake the worker
+        WakeLanes(*lanes);  // requests queued before Start, or before the load ended, had nobody to
+                            // wake a lane
       },
       0);
 
   mWorker = std::move(worker);
-  mTrigger = std::move(trigger);
+  mLanes = std::move(lanes);
   return loaded;
 }
 
@@ -239,37 +346,83 @@ void LocalEvaluator::MarkQueueHasPendingFeatures() {
 }
 
 void LocalEvaluator::QueueExecutor() {
-  std::shared_ptr<kivcore::threads::QueueOnlyOnce> trigger;
+  std::shared_ptr<Lanes> lanes;
   {
     ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::QueueExecutor");
-    trigger = mTrigger;
+    lanes = mLanes;
   }
-  if (trigger) {
-    trigger->Trigger();
+  if (!lanes || !lanes->ready.load()) {
+    return;  // before Start, or before the load: both wake a lane when they are done
   }
+  const size_t active = lanes->active.load();
+  if (active == 1) {
+    lanes->triggers.front()->Trigger();
+    return;
+  }
+  // A waiting lane takes the request itself; one that is busy looks at the queue again before it idles.
+  for (size_t lane = 0; lane < active; ++lane) {
+    if (lanes->states[lane].load() == kLaneWaiting) {
+      return;
+    }
+  }
+  WakeIdleLane(*lanes);
 }
 
-LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(std::chrono::microseconds idleSpin) {
-  RequestQueue requests = PopUnlessPaused();
+void LocalEvaluator::RunLane(size_t lane, bool batched, std::chrono::microseconds idleSpin,
+                             bool retryRowsAlone) {
+  const std::shared_ptr<Lanes> lanes = GetLanes();
+  if (!lanes) {
+    return;  // being destroyed
+  }
+  const bool several = lanes->active.load() > 1;
+  std::atomic<int>& state = lanes->states[lane];
+  tLane.state = several ? &state : nullptr;
+  for (;;) {
+    state.store(kLaneBusy);
+    if (batched) {
+      ProcessQueueThroughModelBatched(retryRowsAlone);
+    } else {
+      ProcessQueueThroughModel(idleSpin);
+    }
+    state.store(kLaneIdle);
+    // A producer that saw this lane busy counted on it to look again. Paused, the queue waits for Resume.
+    if (!several || utility::ExitBarrier::Exiting() || !HasQueuedItems() || IsWorkerPaused()) {
+      break;
+    }
+    int idle = kLaneIdle;
+    if (!state.compare_exchange_strong(idle, kLaneBusy)) {
+      break;  // a producer woke this lane meanwhile: its trigger runs the loop again
+    }
+  }
+  tLane.state = nullptr;
+}
+
+LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(size_t most, std::chrono::microseconds idleSpin) {
+  RequestQueue requests = PopUnlessPaused(most);
   if (!requests.empty() || idleSpin.count() == 0) {
     return requests;
   }
   // Watches the gate, one atomic load, rather than the queue's lock, so producers are not held up. Yields
   // between looks: on a machine with fewer cores than busy threads the producer needs this one.
+  SetLaneWaiting(true);
   const auto until = std::chrono::steady_clock::now() + idleSpin;
   while (!GetGate().IsOpen()) {
     if (std::chrono::steady_clock::now() >= until) {
+      SetLaneWaiting(false);
       return requests;
     }
     std::this_thread::yield();
   }
-  return PopUnlessPaused();  // empty if paused meanwhile: Resume triggers the loop again
+  SetLaneWaiting(false);
+  return PopUnlessPaused(most);  // empty if paused meanwhile: Resume triggers the loop again
 }
 
 void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin) {
   static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> predictRegion(
       "kivmachinelearning.LocalEvaluator Predict");
-  for (RequestQueue requests = PopUnlessPaused(); !requests.empty(); requests = PopAfterIdleSpin(idleSpin)) {
+  const size_t most = TakeLimit(1);
+  for (RequestQueue requests = PopUnlessPaused(most); !requests.empty();
+       requests = PopAfterIdleSpin(most, idleSpin)) {
     for (; !requests.empty(); requests.pop_front()) {
       if (utility::ExitBarrier::Exiting()) {
         ErrorOutQueue(requests);  // the process goes away: answer now rather than drain the queue
@@ -406,6 +559,15 @@ bool LocalEvaluator::CanRunShortBatch() const {
   return false;
 }
 
+bool LocalEvaluator::CanPredictConcurrently() const {
+  return false;
+}
+
+bool LocalEvaluator::IsWorkerPaused() const {
+  ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::IsWorkerPaused");
+  return mWorker && mWorker->IsPaused();
+}
+
 void LocalEvaluator::CheckBatchRow(const utility::FeatureContainerVector& /*row*/,
                                    const utility::FeatureContainerVector* /*firstRow*/) {}
 
@@ -432,7 +594,7 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
   for (;;) {
     if (pending.empty()) {
       // Once a batch has rows it runs, paused or not; an empty one waits for Resume.
-      pending = container.IsEmpty() ? PopUnlessPaused() : PopQueuedFeatureRequests();
+      pending = PopUnlessPaused(TakeLimit(container.BatchSize() - container.Size()), !container.IsEmpty());
     }
     while (!container.IsFull() && !pending.empty()) {
       AdmitToBatch(container, std::move(pending.front()));
@@ -448,7 +610,10 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
         static_cast<std::chrono::milliseconds::rep>(container.BatchSize() - container.Size());
     const std::chrono::milliseconds wait = std::min(
         statistician.GetExpectedBatchInferenceTime(missingRows * kFillWaitPerMissingRow), kMaxFillWait);
-    if (!mClock->WaitAtGate(GetGate(), mClock->Now() + wait) || utility::ExitBarrier::Exiting()) {
+    SetLaneWaiting(true);
+    const bool opened = mClock->WaitAtGate(GetGate(), mClock->Now() + wait);
+    SetLaneWaiting(false);
+    if (!opened || utility::ExitBarrier::Exiting()) {
       break;  // nobody came in time, or nobody will: run what we have
     }
   }

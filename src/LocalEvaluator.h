@@ -4,10 +4,18 @@
 // hand-back of outputs to each request's future. Running the model is the backend's business: a derived
 // class implements the backend operations at the end.
 //
-// Threads: one worker per evaluator (created by Start) runs the model load and every prediction, so
-// predictions never overlap. Each QueueFeatures fires a fold-once trigger that runs the processing loop on
-// the worker; bursts fold into one run. Whether that loop is the single or the batched one is fixed when
-// Start runs: SetShouldUseBatching afterwards has no effect on it.
+// Threads: by default one worker per evaluator (created by Start) runs the model load and every
+// prediction, so predictions never overlap. Each QueueFeatures fires a fold-once trigger that runs the
+// processing loop on the worker; bursts fold into one run. Whether that loop is the single or the batched
+// one is fixed when Start runs: SetShouldUseBatching afterwards has no effect on it.
+//
+// Lanes: an evaluator given K > 1 prediction lanes has K worker threads, each running the same loop with a
+// trigger of its own. A lane takes one request (or one batch) from the queue at a time, in arrival order,
+// so predictions of different lanes overlap while every request is still answered exactly once. A request
+// queued while some lane waits for work goes to that lane; otherwise it wakes one idle lane, and a lane
+// that leaves requests behind in the queue wakes the next. Lanes start taking requests once the model has
+// loaded, and only if the backend can predict concurrently (one lane otherwise). Pause, Resume, clearing
+// and destruction act on all lanes alike; throttle thresholds count queued requests and do not change.
 //
 // Start fires the trigger once the model load has finished, whatever its outcome, so requests queued
 // before Start (when there was no trigger to fire) are answered without waiting for a later request.
@@ -16,10 +24,12 @@
 // worker down; requests still queued then fail with eModelExecutionTerminated, requests already taken
 // into a batch are answered first (the run in progress keeps the evaluator alive until it ends).
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "BaseMLEvaluator.h"
@@ -42,14 +52,16 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Wait per missing row while no prediction times are known.
   static constexpr std::chrono::milliseconds kFillWaitPerMissingRow{250};
   // How long the single loop keeps watching an empty queue before its worker sleeps, unless the
-  // debug-database key "kivml.IdleSpinMicroseconds" says otherwise (0: sleep at once). A host that queues
+  // setting kivml.IdleSpinMicroseconds says otherwise (0: sleep at once). A host that queues
   // its next request as soon as an answer arrives then skips a thread wake-up, which costs tens of
   // microseconds on small and virtual machines.
   static constexpr std::chrono::microseconds kDefaultIdleSpin{200};
   // A batch whose prediction fails has its requests run again one by one, so that only those that fail
-  // alone are failed; the debug-database key "kivml.RetryFailedBatchRows" set to "false" or "0" turns
-  // that off, and then one failure fails the whole batch.
-  static constexpr const char* kRetryRowsAloneKey = "kivml.RetryFailedBatchRows";
+  // alone are failed, unless the setting kivml.RetryFailedBatchRows turns that off: then one failure
+  // fails the whole batch.
+  // Most lanes "fit the machine" picks, and most lanes at all (more are cut to this).
+  static constexpr unsigned kMostFittedLanes = 4;
+  static constexpr unsigned kMostLanes = 64;
 
   ~LocalEvaluator() override;
 
@@ -62,6 +74,14 @@ class LocalEvaluator : public BaseMLEvaluator {
   // model's input sizes (1 for a model without inputs); failures raise SetModelException.
   int SetModel(kivcore::classref::InterfaceRef<IMLModel> model) override;
   void SetShouldUseBatching(bool shouldUseBatching) override;
+  // Predictions the evaluator may run at once (kFitMachineLanes: FitMachineLanes()); takes effect at
+  // Start. Without it, Start reads the setting kivml.PredictionLanes (default 1).
+  void SetPredictionLanes(unsigned lanes);
+  // Lanes in use: those Start created, then, once the model has loaded, 1 unless the backend can predict
+  // concurrently. 1 before Start.
+  size_t GetPredictionLanes() const;
+  // What kFitMachineLanes resolves to: one lane per processor, at most kMostFittedLanes.
+  static unsigned FitMachineLanes() noexcept;
   // Creates the worker and loads the model on it; the future yields LoadModel's result code. A second
   // Start yields eInvalidArgument and changes nothing.
   kivcore::async::Future<int> Start() override;
@@ -81,6 +101,9 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Whether a batch must hold exactly the batch size rows: if so the fill loop waits for latecomers and
   // pads with dummy rows.
   virtual bool MustFillBatch() const = 0;
+  // Whether Predict and PredictBatched may run on several threads at once, which lanes need. Asked once,
+  // after LoadModel. False unless overridden.
+  virtual bool CanPredictConcurrently() const;
   // One request's inputs to its outputs; throws on failure.
   virtual utility::FeatureContainerVector Predict(const utility::FeatureContainerVector& inputs) = 0;
   // One prediction over every row of `batch`; fills `outputs` with one vector per row, in row order, and
@@ -103,14 +126,43 @@ class LocalEvaluator : public BaseMLEvaluator {
   virtual uint64_t QueryAvailableVideoMemory() const;
 
  private:
+  enum LaneState : int {
+    kLaneIdle,     // no run, or one about to end
+    kLaneBusy,     // taking requests or predicting: it looks at the queue again before it idles
+    kLaneWaiting,  // watching the gate for requests (idle spin, or latecomers for its batch)
+  };
+  // The worker's lanes, fixed by Start. With one worker thread the trigger of lane 0 fires on every queued
+  // request, as with any single worker; with more, the lane states decide which lane to wake.
+  struct Lanes {
+    std::vector<std::shared_ptr<kivcore::threads::QueueOnlyOnce>> triggers;
+    std::unique_ptr<std::atomic<int>[]> states;
+    std::atomic<size_t> active{1};  // lanes taking requests; 1 until the model has loaded
+    std::atomic<bool> ready{false};  // whether queued requests may wake a lane; set after the load
+  };
+
   kivcore::async::Future<int> StartWorker();
+  unsigned ResolveLanes() const;
   void SetLoadFailure(std::exception_ptr failure);
   void QueueExecutor();
-  // Takes the queued requests, or none while the worker is paused, so that Pause also stops a processing
-  // loop that is already running (under steady load it would never end).
-  RequestQueue PopUnlessPaused();
+  std::shared_ptr<Lanes> GetLanes() const;
+  // The trigger's task for `lane`: runs the processing loop until the queue stays empty (or the worker is
+  // paused), then idles the lane unless requests came meanwhile.
+  void RunLane(size_t lane, bool batched, std::chrono::microseconds idleSpin, bool retryRowsAlone);
+  // Wakes the lane, or with several an idle one, to take queued requests; nothing before the load.
+  static void WakeLanes(Lanes& lanes);
+  // Wakes an idle lane, if any, to take queued requests.
+  static void WakeIdleLane(Lanes& lanes);
+  bool IsWorkerPaused() const;
+  // Takes the queued requests, at most `most` of them, or none while the worker is paused (unless
+  // `evenIfPaused`), so that Pause also stops a processing loop that is already running (under steady load
+  // it would never end). With several lanes, wakes another lane when requests remain.
+  RequestQueue PopUnlessPaused(size_t most, bool evenIfPaused = false);
   // PopUnlessPaused, and if that finds the queue empty, watches it for `idleSpin` before giving up.
-  RequestQueue PopAfterIdleSpin(std::chrono::microseconds idleSpin);
+  RequestQueue PopAfterIdleSpin(size_t most, std::chrono::microseconds idleSpin);
+  // Requests one take may hold: all with one lane, else `perLane`.
+  size_t TakeLimit(size_t perLane) const;
+  // Marks this thread's lane as waiting (or busy again), where lanes are in use.
+  void SetLaneWaiting(bool waiting) const;
   // The single loop: predicts each queued request on its own until the queue stays empty for `idleSpin`.
   void ProcessQueueThroughModel(std::chrono::microseconds idleSpin);
   // What one batched prediction gave: its result code, the backend's exception when it threw, and the
@@ -139,7 +191,8 @@ class LocalEvaluator : public BaseMLEvaluator {
 
   const std::shared_ptr<const utility::BatchFillClock> mClock;
   std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex
-  std::shared_ptr<kivcore::threads::QueueOnlyOnce> mTrigger;         // guarded by the evaluator's mutex
+  std::shared_ptr<Lanes> mLanes;                                     // guarded by the evaluator's mutex
+  std::optional<unsigned> mRequestedLanes;                           // guarded by the evaluator's mutex
   std::exception_ptr mLoadFailure;                                   // guarded by the evaluator's mutex
 };
 

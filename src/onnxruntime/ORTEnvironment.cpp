@@ -2,8 +2,11 @@
 
 #include <atomic>
 #include <memory>
+#include <string_view>
 
+#include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/utility/CPUCount.h"
+#include "kivml/Settings.h"
 #include "onnxruntime/ORTApi.h"
 #include "utility/ProcessEnvironment.h"
 
@@ -27,6 +30,12 @@ EnvironmentHolder& Holder() {
 
 }  // namespace
 
+bool ORTEnvironment::SpinningAllowed() {
+  const std::string_view key = settings::kAllowSpinning.key;
+  auto& database = kivcore::debug::DebugDatabase::Instance();
+  return database.HasEntry(key) && database.GetEntry(key) == "true";
+}
+
 uint32_t ORTEnvironment::GlobalPoolThreadCount(uint32_t processors) noexcept {
   return processors <= 2 ? processors : processors - 2;
 }
@@ -41,7 +50,9 @@ void ORTEnvironment::Create() {
   const UniqueThreadingOptions options(rawOptions);
   ThrowIfFailed(api.SetGlobalInterOpNumThreads(options.get(), threads));
   ThrowIfFailed(api.SetGlobalIntraOpNumThreads(options.get(), threads));
-  ThrowIfFailed(api.SetGlobalSpinControl(options.get(), 0));  // idle workers sleep instead of spinning
+  // Idle workers sleep, which suits a library inside someone else's application; a host that owns the
+  // machine may let them spin, trading processor time for latency.
+  ThrowIfFailed(api.SetGlobalSpinControl(options.get(), SpinningAllowed() ? 1 : 0));
 
   OrtEnv* rawEnv = nullptr;
   ThrowIfFailed(api.CreateEnvWithGlobalThreadPools(ORT_LOGGING_LEVEL_WARNING, "", options.get(), &rawEnv));

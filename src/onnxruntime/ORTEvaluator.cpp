@@ -16,6 +16,7 @@
 #include "kivml/IONNXMLModelAccessor.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
+#include "kivml/Settings.h"
 #include "onnxruntime/DMLSetupException.h"
 #include "onnxruntime/GPUExecutionProvider.h"
 #include "onnxruntime/ORTElementTypes.h"
@@ -30,7 +31,6 @@ namespace kivml::ort {
 namespace {
 
 constexpr int eNoSession = MakeKIVMLError(7);
-constexpr const char* kProfileModelsKey = "KIVSE.ORT.ProfileModels";
 
 using TensorHolders = std::vector<kivcore::classref::InterfaceRef<ITensorMLFeatureAccessor>>;
 
@@ -39,7 +39,7 @@ void AddCustomOperatorDomains(OrtSessionOptions* /*options*/) {}
 
 bool ProfilingRequested() {
   auto& database = kivcore::debug::DebugDatabase::Instance();
-  const std::string_view key(kProfileModelsKey);
+  const std::string_view key = settings::kProfileModels.key;
   return database.HasEntry(key) && database.GetEntry(key) == "true";
 }
 
@@ -204,6 +204,7 @@ int ORTEvaluator::LoadModel() {
     ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), false);
     CreateSession(*payload);
   }
+  mOnGPU = onGPU;
   WaitForWorkersAtExit(onGPU);
   DescribeModel();
   // Where the model batches, its leading free dimension is the batch, and a request is one item of it

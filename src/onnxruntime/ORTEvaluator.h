@@ -53,10 +53,15 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   // \see LocalEvaluator
   const char* GetEvaluatorTypeName() const override { return "ORT"; }
   int LoadModel() override;
-  bool MustFillBatch() const override { return true; }
-  // CPU sessions whose inputs keep a free first dimension. GPU sessions are held to fixed shapes, and an
-  // input denoted "DATA_BATCH" is fixed to the batch size by the session itself.
+  // Full batches only where the session cannot run a short one: see CanRunShortBatch.
+  bool MustFillBatch() const override { return !mRunsShortBatches; }
+  // CPU sessions whose inputs keep a free first dimension. GPU sessions are held to fixed shapes (a GPU
+  // provider plans memory and may compile kernels per shape, so changing shapes cost more than padding),
+  // and an input denoted "DATA_BATCH" is fixed to the batch size by the session itself.
   bool CanRunShortBatch() const override { return mRunsShortBatches; }
+  // CPU sessions: ONNX Runtime allows concurrent Run on one session. GPU providers are kept to one
+  // prediction at a time.
+  bool CanPredictConcurrently() const override { return mLoaded.load() && !mOnGPU; }
   utility::FeatureContainerVector Predict(const utility::FeatureContainerVector& inputs) override;
   int PredictBatched(const BatchRows& batch, BatchOutputs& outputs) override;
   void CheckBatchRow(const utility::FeatureContainerVector& row,
@@ -106,6 +111,7 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   std::atomic<bool> mLoaded{false};  // read by CheckHealth on any thread
   bool mProfilingEnabled = false;
   bool mRunsShortBatches = false;   // set by LoadModel
+  bool mOnGPU = false;              // set by LoadModel
   bool mOneItemPerRequest = false;  // set by LoadModel: the model batches, so a request is one item
   std::optional<int64_t> mBatchSize;
   DescriptionMap mInputDescriptions;

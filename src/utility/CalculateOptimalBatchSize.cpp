@@ -7,6 +7,7 @@
 
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivml/ITensorFeatureDescription.h"
+#include "kivml/Settings.h"
 #include "kivml/utility/TensorLayout.h"
 #include "utility/WholeNumberSetting.h"
 
@@ -16,7 +17,6 @@ namespace {
 
 constexpr uint64_t kDefaultMultiplier = 16;
 constexpr uint64_t kRowGranule = 8;
-constexpr const char* kMultiplierKey = "kivml.BatchSizeMultiplier";
 
 }  // namespace
 
@@ -30,7 +30,7 @@ uint64_t GetBatchSizeMultiplier() {
   // Read the count first: a change racing with the read below then only causes one more read later.
   const uint64_t changeCount = database.GetChangeCount();
   if (changeCount != cachedChangeCount) {
-    const std::optional<uint64_t> multiplier = ReadWholeNumberSetting(kMultiplierKey);
+    const std::optional<uint64_t> multiplier = ReadWholeNumberSetting(settings::kBatchSizeMultiplier.key);
     cachedMultiplier = multiplier && *multiplier != 0 ? *multiplier : kDefaultMultiplier;
     cachedChangeCount = changeCount;
   }

@@ -15,7 +15,9 @@
 #include "kivcore/logging/Logging.h"
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
+#include "kivml/Settings.h"
 #include "support/FakeEvaluator.h"
+#include "support/ScopedSetting.h"
 #include "support/FakeModel.h"
 #include "support/FutureChecks.h"
 #include "support/ManualFillClock.h"
@@ -115,22 +117,9 @@ TEST_F(LocalEvaluatorTest, BackendWithoutFullBatchesNeitherWaitsNorPads) {
   EXPECT_TRUE(mClock->Waits().empty());
 }
 
-// Sets the debug-database entry for the life of the scope.
-class ScopedSetting {
- public:
-  ScopedSetting(const char* key, const char* value) : mKey(key) {
-    kivcore::debug::DebugDatabase::Instance().SetEntry(key, value);
-  }
-  ~ScopedSetting() { kivcore::debug::DebugDatabase::Instance().RemoveEntry(mKey); }
-  ScopedSetting(const ScopedSetting&) = delete;
-  ScopedSetting& operator=(const ScopedSetting&) = delete;
-
- private:
-  const char* mKey;
-};
 
 TEST_F(LocalEvaluatorTest, WithoutRetriesAFailedBatchFailsItsRequestsAndTheNextBatchStillRuns) {
-  const ScopedSetting noRetries(LocalEvaluator::kRetryRowsAloneKey, "false");
+  const ScopedSetting noRetries(settings::kRetryFailedBatchRows.key, "false");
   constexpr int kThrownCode = static_cast<int>(0x80004005u);
   std::vector<std::string> logged;
   const auto previousSink =
@@ -213,7 +202,7 @@ TEST_F(LocalEvaluatorTest, ARequestFailedOnlyByItsPaddingIsAnsweredWhenRunAgain)
   EXPECT_EQ(evaluator->Batches(), (Rows{{7, 0, 0, 0}, {7}}));
 
   // With the retry turned off, the padding fails the request.
-  const ScopedSetting noRetries(LocalEvaluator::kRetryRowsAloneKey, "0");
+  const ScopedSetting noRetries(settings::kRetryFailedBatchRows.key, "0");
   mFutures.clear();
   auto strict = Start({.behaviour = {.onPredictBatched = FailRowsOf(0)}, .queuedBeforeStart = {7}});
   EXPECT_EQ(ResultOf(mFutures[0]), eInferenceFailure);

@@ -45,6 +45,7 @@ struct FakeBackendBehaviour {
   int loadResult = 0;
   bool mustFillBatch = true;
   bool canRunShortBatch = false;
+  bool canPredictConcurrently = true;  // the records are locked; hooks must be thread-safe for lanes
   uint64_t freeVideoMemory = 0;
   bool record = true;  // benchmarks turn it off: the records grow with every request
   std::function<void(const utility::FeatureContainerVector&)> onPredict{};  // may throw
@@ -79,6 +80,7 @@ class FakeEvaluator final : public LocalEvaluator {
   }
   bool MustFillBatch() const override { return mBehaviour.mustFillBatch; }
   bool CanRunShortBatch() const override { return mBehaviour.canRunShortBatch; }
+  bool CanPredictConcurrently() const override { return mBehaviour.canPredictConcurrently; }
 
   void MarkQueueHasPendingFeatures() override {
     if (mBehaviour.onQueued) {
