@@ -17,10 +17,10 @@
 #include "kivml/SetModelException.h"
 #include "kivml/Settings.h"
 #include "support/FakeEvaluator.h"
-#include "support/ScopedSetting.h"
 #include "support/FakeModel.h"
 #include "support/FutureChecks.h"
 #include "support/ManualFillClock.h"
+#include "support/ScopedSetting.h"
 #include "support/TraceCapture.h"
 
 namespace kivml::testing {
@@ -116,7 +116,6 @@ TEST_F(LocalEvaluatorTest, BackendWithoutFullBatchesNeitherWaitsNorPads) {
   EXPECT_EQ(evaluator->Batches(), (Rows{{1, 2, 3, 4}, {5}}));
   EXPECT_TRUE(mClock->Waits().empty());
 }
-
 
 TEST_F(LocalEvaluatorTest, WithoutRetriesAFailedBatchFailsItsRequestsAndTheNextBatchStillRuns) {
   const ScopedSetting noRetries(settings::kRetryFailedBatchRows.key, "false");
