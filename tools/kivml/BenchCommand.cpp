@@ -1,6 +1,7 @@
 #include "BenchCommand.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <random>
@@ -37,6 +38,9 @@ constexpr size_t kPrimingBatches = 8;
 // so that a machine whose speed drifts during the run (shared, throttled) slows them all alike.
 constexpr size_t kRounds = 4;
 constexpr size_t kMostRequests = 100'000'000;
+// A pause before each load's turn: ONNX Runtime's pools that spin (the library's with kivml.AllowSpinning,
+// a default session's always) keep spinning a while after their last work, which would tax the next load.
+constexpr auto kSettle = std::chrono::milliseconds(50);
 // Rows of the hand-written reference's ready batches when no batched evaluator says its size.
 constexpr size_t kDefaultHandBatch = 8;
 
@@ -290,6 +294,7 @@ BenchRun BenchCommand::Measure(const ModelSignature& signature, const BenchInput
         }
         const std::string of = " " + std::to_string(round + 1) + "/" + std::to_string(kRounds);
         for (Contestant& contestant : contestants) {
+          std::this_thread::sleep_for(kSettle);
           contestant.result.Append(
               contestant.loop->Run(contestant.label + of, share, contestant.rowsPerCall, contestant.call));
         }
