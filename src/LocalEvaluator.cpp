@@ -266,8 +266,9 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   if (mWorker) {
     return kivcore::async::MakeReadyFuture(static_cast<int>(kivcore::config::eInvalidArgument));
   }
-  auto worker = kivcore::threads::CreateAsyncThreadedExecutor(
-      name, laneCount, kivcore::threads::ThreadPriority::kNormal, {}, {}, kivcore::threads::ThreadAttributes());
+  auto worker = kivcore::threads::CreateAsyncThreadedExecutor(name, laneCount,
+                                                              kivcore::threads::ThreadPriority::kNormal, {},
+                                                              {}, kivcore::threads::ThreadAttributes());
 
   const std::weak_ptr<LocalEvaluator> weakSelf =
       std::dynamic_pointer_cast<LocalEvaluator>(GetSharedFromThis());
@@ -397,7 +398,8 @@ void LocalEvaluator::RunLane(size_t lane, bool batched, std::chrono::microsecond
   tLane.state = nullptr;
 }
 
-LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(size_t most, std::chrono::microseconds idleSpin) {
+LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(size_t most,
+                                                              std::chrono::microseconds idleSpin) {
   RequestQueue requests = PopUnlessPaused(most);
   if (!requests.empty() || idleSpin.count() == 0) {
     return requests;

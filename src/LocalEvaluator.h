@@ -136,7 +136,7 @@ class LocalEvaluator : public BaseMLEvaluator {
   struct Lanes {
     std::vector<std::shared_ptr<kivcore::threads::QueueOnlyOnce>> triggers;
     std::unique_ptr<std::atomic<int>[]> states;
-    std::atomic<size_t> active{1};  // lanes taking requests; 1 until the model has loaded
+    std::atomic<size_t> active{1};   // lanes taking requests; 1 until the model has loaded
     std::atomic<bool> ready{false};  // whether queued requests may wake a lane; set after the load
   };
 
