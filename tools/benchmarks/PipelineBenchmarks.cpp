@@ -80,9 +80,9 @@ bool StartConfiguration(Configuration& configuration, int64_t batchSize, bool th
     return false;
   }
   // Until it has timed a few batches the fill loop waits up to seconds for latecomers: get that over with
-  // full batches here rather than in the first runs.
+  // full batches here rather than in the first runs. Each lane times its own batches.
   std::vector<RequestFuture> warmUp;
-  for (int64_t row = 0; row < 4 * std::max<int64_t>(batchSize, 1); ++row) {
+  for (int64_t row = 0; row < 16 * lanes * std::max<int64_t>(batchSize, 1); ++row) {
     warmUp.push_back(configuration.mEvaluator->QueueFeatures(kivml::testing::MakeRequest(0)));
   }
   return std::all_of(warmUp.begin(), warmUp.end(), [](RequestFuture& future) { return Collect(future); });
