@@ -52,9 +52,7 @@ kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> Started(
 
 kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> CreatePreferredEvaluator(
     kivcore::classref::InterfaceRef<IMLModel> model, BatchedInference batched) {
-  EvaluatorOptions options;
-  options.batched = batched;
-  return CreatePreferredEvaluator(std::move(model), options);
+  return CreatePreferredEvaluator(std::move(model), EvaluatorOptions{batched});
 }
 
 kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>> CreatePreferredEvaluator(

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <limits>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -45,15 +46,9 @@ struct LoadCompletion {
   ~LoadCompletion() { mPromise.SetValue(eModelExecutionTerminated); }
 };
 
-// The worker's statistics. Each evaluator has worker threads of its own, so this is per evaluator (and
-// per lane). The factors stay 0: the estimate is the first measured batch time.
+// The worker's statistics. Each evaluator has a worker thread of its own, so this is per evaluator; lanes
+// keep theirs in their Lanes. The factors stay 0: the estimate is the first measured batch time.
 thread_local EvaluatorStatistician tWorkerStatistician;
-
-// The lane whose run this thread is in, while it is in one; its state tells producers whether it waits.
-struct LaneOfThread {
-  std::atomic<int>* state = nullptr;
-};
-thread_local LaneOfThread tLane;
 
 constexpr const char* kPredictError = "kivml::LocalEvaluator::ProcessQueueThroughModelBatched PredictError";
 
@@ -75,6 +70,34 @@ bool ReadRetryRowsAlone() {
 }
 
 }  // namespace
+
+thread_local LocalEvaluator::LaneOfThread LocalEvaluator::tLane;
+
+// A lane's turn at filling a full batch, for as long as it lives; no turn is taken without lanes.
+class LocalEvaluator::FillTurn {
+ public:
+  explicit FillTurn(Lanes* lanes) : mLanes(lanes) {
+    if (mLanes != nullptr) {
+      std::unique_lock lock(mLanes->fillMutex);
+      const uint64_t ticket = mLanes->fillTickets++;
+      mLanes->fillTurnEnded.wait(lock, [&] { return mLanes->fillServing == ticket; });
+    }
+  }
+  ~FillTurn() {
+    if (mLanes != nullptr) {
+      {
+        std::lock_guard lock(mLanes->fillMutex);
+        ++mLanes->fillServing;
+      }
+      mLanes->fillTurnEnded.notify_all();
+    }
+  }
+  FillTurn(const FillTurn&) = delete;
+  FillTurn& operator=(const FillTurn&) = delete;
+
+ private:
+  Lanes* const mLanes;
+};
 
 LocalEvaluator::LocalEvaluator(std::shared_ptr<const utility::BatchFillClock> clock)
     : mClock(std::move(clock)) {}
@@ -266,8 +289,9 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   if (mWorker) {
     return kivcore::async::MakeReadyFuture(static_cast<int>(kivcore::config::eInvalidArgument));
   }
-  auto worker = kivcore::threads::CreateAsyncThreadedExecutor(
-      name, laneCount, kivcore::threads::ThreadPriority::kNormal, {}, {}, kivcore::threads::ThreadAttributes());
+  auto worker = kivcore::threads::CreateAsyncThreadedExecutor(name, laneCount,
+                                                              kivcore::threads::ThreadPriority::kNormal, {},
+                                                              {}, kivcore::threads::ThreadAttributes());
 
   const std::weak_ptr<LocalEvaluator> weakSelf =
       std::dynamic_pointer_cast<LocalEvaluator>(GetSharedFromThis());
@@ -276,6 +300,7 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   const bool retryRowsAlone = ReadRetryRowsAlone();
   auto lanes = std::make_shared<Lanes>();
   lanes->states = std::make_unique<std::atomic<int>[]>(laneCount);
+  lanes->statisticians = std::make_unique<EvaluatorStatistician[]>(laneCount);
   for (size_t lane = 0; lane < laneCount; ++lane) {
     lanes->states[lane].store(kLaneIdle);
     lanes->triggers.push_back(kivcore::threads::QueueOnlyOnce::Create(
@@ -377,6 +402,8 @@ void LocalEvaluator::RunLane(size_t lane, bool batched, std::chrono::microsecond
   const bool several = lanes->active.load() > 1;
   std::atomic<int>& state = lanes->states[lane];
   tLane.state = several ? &state : nullptr;
+  tLane.lanes = several ? lanes.get() : nullptr;
+  tLane.statistician = several ? &lanes->statisticians[lane] : nullptr;
   for (;;) {
     state.store(kLaneBusy);
     if (batched) {
@@ -394,10 +421,11 @@ void LocalEvaluator::RunLane(size_t lane, bool batched, std::chrono::microsecond
       break;  // a producer woke this lane meanwhile: its trigger runs the loop again
     }
   }
-  tLane.state = nullptr;
+  tLane = LaneOfThread();
 }
 
-LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(size_t most, std::chrono::microseconds idleSpin) {
+LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(size_t most,
+                                                              std::chrono::microseconds idleSpin) {
   RequestQueue requests = PopUnlessPaused(most);
   if (!requests.empty() || idleSpin.count() == 0) {
     return requests;
@@ -447,7 +475,7 @@ void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin
 }
 
 void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
-  EvaluatorStatistician& statistician = tWorkerStatistician;
+  EvaluatorStatistician& statistician = tLane.statistician ? *tLane.statistician : tWorkerStatistician;
   const auto model = GetModel();
   const FeatureDescriptionVector descriptions =
       model ? model->GetInputFeatureDescriptions() : FeatureDescriptionVector();
@@ -478,6 +506,10 @@ void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
     {
       EvaluatorStatistician::ScopedTimer timer(statistician, [this] { return mClock->Now(); });
       run = RunBatch(container);
+    }
+    if (tLane.lanes != nullptr &&
+        statistician.GetSampleCount() >= EvaluatorStatistician::kSamplesBeforeEstimate) {
+      tLane.lanes->sharedEstimateMs.store(statistician.GetExpectedBatchInferenceTime({}).count());
     }
     // Running the same single row again would only fail again.
     const bool worthRetrying = container.Size() > 1 && !container.GetBatchedPromises().empty();
@@ -591,6 +623,7 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
   auto scope = fillRegion->Scope();
   const auto start = mClock->Now();
   const bool mustFill = MustFillBatch();
+  const FillTurn turn(mustFill ? tLane.lanes : nullptr);
   for (;;) {
     if (pending.empty()) {
       // Once a batch has rows it runs, paused or not; an empty one waits for Resume.
@@ -608,8 +641,14 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
     }
     const auto missingRows =
         static_cast<std::chrono::milliseconds::rep>(container.BatchSize() - container.Size());
-    const std::chrono::milliseconds wait = std::min(
-        statistician.GetExpectedBatchInferenceTime(missingRows * kFillWaitPerMissingRow), kMaxFillWait);
+    std::chrono::milliseconds coldWait = missingRows * kFillWaitPerMissingRow;
+    if (tLane.lanes != nullptr) {
+      if (const int64_t shared = tLane.lanes->sharedEstimateMs.load(); shared >= 0) {
+        coldWait = std::chrono::milliseconds(shared);
+      }
+    }
+    const std::chrono::milliseconds wait =
+        std::min(statistician.GetExpectedBatchInferenceTime(coldWait), kMaxFillWait);
     SetLaneWaiting(true);
     const bool opened = mClock->WaitAtGate(GetGate(), mClock->Now() + wait);
     SetLaneWaiting(false);

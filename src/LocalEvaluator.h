@@ -26,9 +26,11 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -136,9 +138,33 @@ class LocalEvaluator : public BaseMLEvaluator {
   struct Lanes {
     std::vector<std::shared_ptr<kivcore::threads::QueueOnlyOnce>> triggers;
     std::unique_ptr<std::atomic<int>[]> states;
-    std::atomic<size_t> active{1};  // lanes taking requests; 1 until the model has loaded
+    std::atomic<size_t> active{1};   // lanes taking requests; 1 until the model has loaded
     std::atomic<bool> ready{false};  // whether queued requests may wake a lane; set after the load
+    // Turns at filling a batch that must be full, taken in the order lanes ask: lanes then do not split
+    // the latecomers between partial batches that all wait and go out padded, and every lane gets to time
+    // batches of its own, which its fill waits need. Predictions still overlap.
+    std::mutex fillMutex;
+    std::condition_variable fillTurnEnded;
+    uint64_t fillTickets = 0;  // guarded by fillMutex
+    uint64_t fillServing = 0;  // guarded by fillMutex
+    // Each lane's batch times: a lane's runs never overlap, though they may move between the workers'
+    // threads, so these need no lock.
+    std::unique_ptr<utility::EvaluatorStatistician[]> statisticians;
+    // The estimate of the last lane that has timed enough batches to have one (ms; -1: none yet). A lane
+    // without an estimate of its own waits that long for latecomers rather than the cold default: under
+    // light traffic a lane may take long to time batches of its own.
+    std::atomic<int64_t> sharedEstimateMs{-1};
   };
+
+  // The lane whose run this thread is in, while it is in one (and there are several); its state tells
+  // producers whether it waits.
+  struct LaneOfThread {
+    std::atomic<int>* state = nullptr;
+    Lanes* lanes = nullptr;
+    utility::EvaluatorStatistician* statistician = nullptr;
+  };
+  static thread_local LaneOfThread tLane;
+  class FillTurn;
 
   kivcore::async::Future<int> StartWorker();
   unsigned ResolveLanes() const;

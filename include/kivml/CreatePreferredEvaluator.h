@@ -39,6 +39,7 @@ KIVML_EXPORT size_t GetEvaluatorBatchSize(const kivcore::classref::InterfaceRef<
 
 // Predictions a started evaluator from CreatePreferredEvaluator runs at once (its lanes, as the machine
 // and its session allow); 0 for an evaluator this library did not make.
-KIVML_EXPORT size_t GetEvaluatorPredictionLanes(const kivcore::classref::InterfaceRef<IMLEvaluator>& evaluator);
+KIVML_EXPORT size_t
+GetEvaluatorPredictionLanes(const kivcore::classref::InterfaceRef<IMLEvaluator>& evaluator);
 
 }  // namespace kivml

@@ -11,7 +11,11 @@ namespace kivml {
 inline constexpr unsigned kFitMachineLanes = 0;
 
 struct EvaluatorOptions {
-  BatchedInference batched = kUnbatchedInference;
+  explicit EvaluatorOptions(BatchedInference batchedInference = kUnbatchedInference,
+                            std::optional<unsigned> predictionLanes = std::nullopt)
+      : batched(batchedInference), lanes(predictionLanes) {}
+
+  BatchedInference batched;
   // How many predictions the evaluator may run at once, each on a worker thread of its own, taking
   // requests (or batches) from the one queue in arrival order. 1 is one worker whose predictions never
   // overlap; kFitMachineLanes lets the library choose. Unset: the setting kivml.PredictionLanes, which

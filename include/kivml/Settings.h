@@ -42,8 +42,8 @@ inline constexpr Setting kAllowSpinning{
     "ONNX Runtime's shared thread pools spin while idle, trading processor time for latency; read when "
     "the library initialises"};
 
-inline constexpr std::array<Setting, 6> kAllSettings{kBatchSizeMultiplier, kProfileModels,
+inline constexpr std::array<Setting, 6> kAllSettings{kBatchSizeMultiplier,  kProfileModels,
                                                      kIdleSpinMicroseconds, kRetryFailedBatchRows,
-                                                     kPredictionLanes,     kAllowSpinning};
+                                                     kPredictionLanes,      kAllowSpinning};
 
 }  // namespace kivml::settings

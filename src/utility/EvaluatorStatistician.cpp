@@ -4,10 +4,6 @@
 
 namespace kivml::utility {
 
-namespace {
-constexpr uint64_t kSamplesBeforeEstimate = 4;
-}
-
 EvaluatorStatistician::ScopedTimer::ScopedTimer(EvaluatorStatistician& statistician,
                                                 std::function<Clock::time_point()> now)
     : mStatistician(statistician), mNow(std::move(now)), mStart(mNow()) {}

@@ -29,6 +29,9 @@ class EvaluatorStatistician {
     const Clock::time_point mStart;
   };
 
+  // Samples recorded before estimates stop being the caller's fallback.
+  static constexpr uint64_t kSamplesBeforeEstimate = 4;
+
   constexpr EvaluatorStatistician() noexcept = default;
   constexpr EvaluatorStatistician(double firstFactor, double secondFactor) noexcept
       : mFirstFactor(firstFactor), mSecondFactor(secondFactor) {}
@@ -36,7 +39,8 @@ class EvaluatorStatistician {
   void RecordSample(std::chrono::milliseconds elapsed) noexcept { RecordSample(elapsed.count()); }
   void RecordSample(int64_t milliseconds) noexcept;
 
-  // `fallback` until 4 samples are in, then the smoothed time rounded to whole milliseconds.
+  // `fallback` until kSamplesBeforeEstimate samples are in, then the smoothed time rounded to whole
+  // milliseconds.
   std::chrono::milliseconds GetExpectedBatchInferenceTime(std::chrono::milliseconds fallback) const noexcept;
 
   uint64_t GetSampleCount() const noexcept { return mSampleCount; }

@@ -128,5 +128,34 @@ TEST_F(GpuEvaluatorTest, SoftwareAdapterRunsPaddedBatchesLikeTheCpu) {
   }
 }
 
+TEST_F(GpuEvaluatorTest, AGpuSessionAskedForLanesRunsOneAndSaysSo) {
+  KIV_REQUIRE_TEST_DEVICE(!mAdapterName.empty());
+  gpu::test::SoftwareAdaptersAccepted accept;
+  TraceCapture traces;
+  const auto evaluator =
+      Start(CreateONNXModelFromFile(TestModelPath("conv"), true), EvaluatorOptions{kBatchedInference, 3});
+  ASSERT_TRUE(evaluator);
+  EXPECT_EQ(GetEvaluatorPredictionLanes(evaluator), 1U);
+  EXPECT_TRUE(traces.Saw("The session cannot run predictions concurrently: 1 prediction lane instead of 3"));
+  std::vector<std::vector<float>> images(20);
+  for (auto& image : images) {
+    image = RandomImage(mRandom);
+  }
+  for (const auto& probabilities : Classify(evaluator, images)) {
+    EXPECT_EQ(probabilities.size(), 5U);
+  }
+}
+
+TEST_F(GpuEvaluatorTest, AGpuModelThatFallsBackToTheCpuKeepsItsLanes) {
+  const gpu::SelectedAdapter hardware = gpu::SelectPlatformAdapter();
+  if (hardware.mAdapter) {
+    GTEST_SKIP() << "this machine has a hardware adapter: " << hardware.mDescription.mName;
+  }
+  const auto evaluator =
+      Start(CreateONNXModelFromFile(TestModelPath("add"), true), EvaluatorOptions{kUnbatchedInference, 2});
+  ASSERT_TRUE(evaluator);
+  EXPECT_EQ(GetEvaluatorPredictionLanes(evaluator), 2U);
+}
+
 }  // namespace
 }  // namespace kivml::testing

@@ -64,7 +64,11 @@ class OrtTest : public ::testing::Test {
   // A started evaluator, or a failed assertion.
   static kivcore::classref::InterfaceRef<IMLEvaluator> Start(kivcore::classref::InterfaceRef<IMLModel> model,
                                                              BatchedInference batched) {
-    auto future = CreatePreferredEvaluator(std::move(model), batched);
+    return Start(std::move(model), EvaluatorOptions{batched});
+  }
+  static kivcore::classref::InterfaceRef<IMLEvaluator> Start(kivcore::classref::InterfaceRef<IMLModel> model,
+                                                             const EvaluatorOptions& options) {
+    auto future = CreatePreferredEvaluator(std::move(model), options);
     EXPECT_EQ(ResultOf(future), 0) << MessageOf(future);
     return future.HasValue() ? future.Get() : nullptr;
   }

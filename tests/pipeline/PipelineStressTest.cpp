@@ -6,7 +6,9 @@
 #include <atomic>
 #include <chrono>
 #include <random>
+#include <string>
 #include <thread>
+#include <tuple>
 #include <unordered_set>
 #include <vector>
 
@@ -30,13 +32,15 @@ struct Kept {
   kivcore::async::Future<utility::FeatureContainerVector> future;
 };
 
-class PipelineStressTest : public ::testing::TestWithParam<bool> {};
+// Batched or not, and the prediction lanes.
+class PipelineStressTest : public ::testing::TestWithParam<std::tuple<bool, unsigned>> {};
 
 TEST_P(PipelineStressTest, EveryHeldRequestIsAnsweredExactlyOnce) {
-  const bool batched = GetParam();
+  const auto [batched, lanes] = GetParam();
   auto evaluator = FakeEvaluator::Create();
   evaluator->SetModel(MakeScalarModel());
   evaluator->SetShouldUseBatching(batched);
+  evaluator->SetPredictionLanes(lanes);
   const auto started = evaluator->Start();
   ASSERT_TRUE(started.WaitFor(kFutureTimeout));
   ASSERT_EQ(started.Get(), 0);
@@ -123,9 +127,11 @@ TEST_P(PipelineStressTest, EveryHeldRequestIsAnsweredExactlyOnce) {
   RecordProperty("terminated", static_cast<int>(terminated));
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, PipelineStressTest, ::testing::Bool(),
-                         [](const ::testing::TestParamInfo<bool>& mode) {
-                           return mode.param ? "Batched" : "Unbatched";
+INSTANTIATE_TEST_SUITE_P(Modes, PipelineStressTest,
+                         ::testing::Combine(::testing::Bool(), ::testing::Values(1U, 2U, 4U)),
+                         [](const auto& mode) {
+                           return std::string(std::get<0>(mode.param) ? "Batched" : "Unbatched") + "Lanes" +
+                                  std::to_string(std::get<1>(mode.param));
                          });
 
 }  // namespace

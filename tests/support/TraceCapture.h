@@ -3,6 +3,7 @@
 // exactly as a host's sink receives them: Saw compares whole messages, line end included.
 
 #include <algorithm>
+#include <iterator>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -33,6 +34,16 @@ class TraceCapture {
   bool Saw(const std::string& line) const {
     std::lock_guard lock(mMutex);
     return std::find(mLines.begin(), mLines.end(), line) != mLines.end();
+  }
+  // The messages that end with `ending`, in the order they came.
+  std::vector<std::string> Ending(const std::string& ending) const {
+    std::lock_guard lock(mMutex);
+    std::vector<std::string> found;
+    std::copy_if(mLines.begin(), mLines.end(), std::back_inserter(found), [&](const std::string& line) {
+      return line.size() >= ending.size() &&
+             line.compare(line.size() - ending.size(), ending.size(), ending) == 0;
+    });
+    return found;
   }
 
  private:

@@ -4,9 +4,10 @@
 //
 // Producers share one started evaluator per configuration, each keeping a window of requests in flight and
 // waiting on the oldest when it is full, which keeps the worker saturated. Rows are per producer count and
-// batch size (0: unbatched), with or without a registered throttle function. per_request is wall-clock time
-// per answered request, all producers together; rows_per_batch (batched only) shows whether batches fill or
-// go out padded. Compare rows within one run; absolute times depend on the machine's load.
+// batch size (0: unbatched), with or without a registered throttle function, and prediction lanes.
+// per_request is wall-clock time per answered request, all producers together; rows_per_batch (batched only)
+// shows whether batches fill or go out padded. Compare rows within one run; absolute times depend on the
+// machine's load.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -45,11 +47,14 @@ struct Configuration {
   std::shared_ptr<std::atomic<uint64_t>> mBatches = std::make_shared<std::atomic<uint64_t>>(0);
 };
 
-// Started once in main, before any benchmark runs, since starting one creates its worker thread.
-// Keyed by (batch size, throttled).
-std::map<std::pair<int64_t, int64_t>, Configuration> gConfigurations;
+// Started once in main, before any benchmark runs, since starting one creates its worker threads.
+// Keyed by (batch size, throttled, lanes).
+using Key = std::tuple<int64_t, int64_t, int64_t>;
+std::map<Key, Configuration> gConfigurations;
+const std::vector<Key> kConfigurations{{8, 0, 1}, {32, 0, 1}, {0, 0, 1}, {8, 1, 1}, {0, 1, 1},
+                                       {8, 0, 2}, {8, 0, 4},  {0, 0, 2}, {0, 0, 4}};
 
-bool StartConfiguration(Configuration& configuration, int64_t batchSize, bool throttled) {
+bool StartConfiguration(Configuration& configuration, int64_t batchSize, bool throttled, int64_t lanes) {
   FakeEvaluator::Behaviour behaviour;
   behaviour.record = false;
   behaviour.onPredictBatched = [batches = configuration.mBatches](const FakeEvaluator::BatchRows&) {
@@ -62,6 +67,7 @@ bool StartConfiguration(Configuration& configuration, int64_t batchSize, bool th
     evaluator->ForceBatchSize(static_cast<size_t>(batchSize));
   }
   evaluator->SetShouldUseBatching(batchSize > 0);
+  evaluator->SetPredictionLanes(static_cast<unsigned>(lanes));
   if (throttled) {
     configuration.mThrottle = std::make_shared<FakeEvaluator::ThrottleFunction>(
         [](FakeEvaluator::ThrottleOptions option) { benchmark::DoNotOptimize(option); });
@@ -74,9 +80,9 @@ bool StartConfiguration(Configuration& configuration, int64_t batchSize, bool th
     return false;
   }
   // Until it has timed a few batches the fill loop waits up to seconds for latecomers: get that over with
-  // full batches here rather than in the first runs.
+  // full batches here rather than in the first runs. Each lane times its own batches.
   std::vector<RequestFuture> warmUp;
-  for (int64_t row = 0; row < 4 * std::max<int64_t>(batchSize, 1); ++row) {
+  for (int64_t row = 0; row < 16 * lanes * std::max<int64_t>(batchSize, 1); ++row) {
     warmUp.push_back(configuration.mEvaluator->QueueFeatures(kivml::testing::MakeRequest(0)));
   }
   return std::all_of(warmUp.begin(), warmUp.end(), [](RequestFuture& future) { return Collect(future); });
@@ -98,7 +104,7 @@ void Pipeline(benchmark::State& state) {
   if (state.thread_index() == 0) {
     gProducers.Reset();
   }
-  const Configuration& configuration = gConfigurations.at({state.range(0), state.range(1)});
+  const Configuration& configuration = gConfigurations.at({state.range(0), state.range(1), state.range(2)});
   FakeEvaluator& evaluator = *configuration.mEvaluator;
   // Read outside the timed loop (before its start barrier, after its stop barrier): every producer then
   // counts about the same batches.
@@ -119,13 +125,14 @@ void Pipeline(benchmark::State& state) {
     state.counters["rows_per_batch"] = static_cast<double>(state.iterations()) / static_cast<double>(batches);
   }
 }
+void PipelineArguments(benchmark::internal::Benchmark* benchmark) {
+  for (const auto& [batchSize, throttled, lanes] : kConfigurations) {
+    benchmark->Args({batchSize, throttled, lanes});
+  }
+}
 BENCHMARK(Pipeline)
-    ->ArgNames({"batch", "throttled"})
-    ->Args({8, 0})
-    ->Args({32, 0})
-    ->Args({0, 0})
-    ->Args({8, 1})
-    ->Args({0, 1})
+    ->ArgNames({"batch", "throttled", "lanes"})
+    ->Apply(PipelineArguments)
     ->ThreadRange(1, 64)
     ->UseRealTime();
 
@@ -136,9 +143,9 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return 1;
   }
-  for (const auto& [batchSize, throttled] :
-       {std::pair<int64_t, int64_t>{8, 0}, {32, 0}, {0, 0}, {8, 1}, {0, 1}}) {
-    if (!StartConfiguration(gConfigurations[{batchSize, throttled}], batchSize, throttled != 0)) {
+  for (const Key& key : kConfigurations) {
+    const auto [batchSize, throttled, lanes] = key;
+    if (!StartConfiguration(gConfigurations[key], batchSize, throttled != 0, lanes)) {
       std::fprintf(stderr, "evaluator with batch size %lld did not start\n",
                    static_cast<long long>(batchSize));
       gConfigurations.clear();
