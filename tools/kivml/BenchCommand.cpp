@@ -180,7 +180,7 @@ BenchRun BenchCommand::Measure(const ModelSignature& signature, const BenchInput
     for (const unsigned lanes : mLanes) {
       EvaluatorDevice device;
       auto evaluator = signature.StartEvaluator(
-          {.batched = batched ? kBatchedInference : kUnbatchedInference, .lanes = lanes}, &device);
+          EvaluatorOptions(batched ? kBatchedInference : kUnbatchedInference, lanes), &device);
       BenchConfiguration configuration;
       configuration.batched = batched;
       configuration.lanesAsked = lanes;

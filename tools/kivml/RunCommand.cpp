@@ -220,7 +220,7 @@ int RunCommand::Execute() const {
   const Request request = ReadInputs(signature);
   EvaluatorDevice device;
   const auto evaluator = signature.StartEvaluator(
-      {.batched = mBatched ? kBatchedInference : kUnbatchedInference, .lanes = mLanes}, &device);
+      EvaluatorOptions(mBatched ? kBatchedInference : kUnbatchedInference, mLanes), &device);
   const size_t lanes = GetEvaluatorPredictionLanes(evaluator);
   const auto [outputs, seconds] = RunRepeatedly(signature, *evaluator, request.features);
   WriteOutputs(signature, outputs);
