@@ -235,13 +235,12 @@ BenchRun BenchCommand::Measure(const ModelSignature& signature, const BenchInput
     std::vector<Contestant> contestants;
     for (size_t index = 0; index < evaluators.size(); ++index) {
       BenchConfiguration& configuration = run.configurations[index];
-      // The evaluator only reads a request's tensors, so every call may queue the same ones.
-      IMLEvaluator& evaluator = *evaluators[index];
       contestants.push_back(
           {prefix + configuration.ModeName() + " lanes " + configuration.LanesText() + conc + " kivml",
            &loop,
            1,
-           [&](size_t client) {
+           // The evaluator only reads a request's tensors, so every call may queue the same ones.
+           [&requests, &evaluator = *evaluators[index]](size_t client) {
              auto answer = evaluator.QueueFeatures(utility::FeatureContainerVector(requests[client]));
              answer.Wait();
              answer.Get();  // rethrows a failed request
