@@ -88,6 +88,11 @@ class InfoTest(ToolTestCase):
         self.assertRegex(out, r"author\s+= kivml tests")
         self.assertRegex(out, r"labels\s+= cat,dog")
 
+    def test_the_library_says_whether_its_pools_spin(self):
+        traced = ("info", model("add"), "--trace", "kivmachinelearning=5")
+        self.assertRegex(self.succeed(*traced).stderr, r"shared thread pools: \d+ threads each, idle ones sleep")
+        self.assertIn(" idle ones spin", self.succeed(*traced, "--set", "kivml.AllowSpinning=true").stderr)
+
     def test_batching_needs_every_output_to_follow_the_batch(self):
         for name in ("sum_rows", "nonzero", "twice_rows"):
             self.assertIn("batching: not supported", self.succeed("info", model(name)).stdout, name)
