@@ -1,7 +1,7 @@
 #pragma once
 // Another program, run to completion with this process's standard output and error: gnuplot fed its
 // script, or the tool itself measuring in a process of its own. One implementation per platform
-// (ChildProcess_linux.cpp, ChildProcess_windows.cpp).
+// (ChildProcess_linux.cpp, ChildProcess_windows.cpp); the PATH search is shared (ChildProcess.cpp).
 
 #include <filesystem>
 #include <optional>
@@ -20,6 +20,11 @@ class ChildProcess {
                  const std::optional<std::string>& input = std::nullopt);
   // The program's file in the first folder of the PATH that holds it; nothing when none does.
   static std::optional<std::filesystem::path> FindOnPath(const std::string& program);
+
+ private:
+  // How the platform separates the PATH's folders, and names a program's file.
+  static char PathListSeparator() noexcept;
+  static std::string ExecutableFileName(const std::string& program);
 };
 
 }  // namespace kivml::cli

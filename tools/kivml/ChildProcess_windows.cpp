@@ -3,8 +3,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <sstream>
 #include <string_view>
 #include <system_error>
 
@@ -148,22 +146,12 @@ int ChildProcess::Run(const std::filesystem::path& program, const std::vector<st
   return static_cast<int>(status);
 }
 
-std::optional<std::filesystem::path> ChildProcess::FindOnPath(const std::string& program) {
-  const char* path = std::getenv("PATH");
-  if (path == nullptr) {
-    return std::nullopt;
-  }
-  std::stringstream folders(path);
-  std::string folder;
-  while (std::getline(folders, folder, ';')) {
-    std::error_code error;
-    const std::filesystem::path candidate =
-        std::filesystem::path(folder.empty() ? "." : folder) / (program + ".exe");
-    if (std::filesystem::is_regular_file(candidate, error)) {
-      return candidate;
-    }
-  }
-  return std::nullopt;
+char ChildProcess::PathListSeparator() noexcept {
+  return ';';
+}
+
+std::string ChildProcess::ExecutableFileName(const std::string& program) {
+  return program + ".exe";
 }
 
 }  // namespace kivml::cli
