@@ -390,7 +390,8 @@ class BenchTest(ToolTestCase):
                           ("hand-written one-row", False), ("hand-written one-row", True),
                           ("raw one-row", False), ("raw one-row", True)])
         self.assertEqual(report["inputs"][0]["shape"], [1, 1, 3, 32])  # the child got the --dim too
-        self.assertEqual(sorted(os.listdir(self.dir)), ["bench.json"])
+        # Wine leaves a folder of its own where one program starts another.
+        self.assertEqual(sorted(name for name in os.listdir(self.dir) if not name.startswith("wine-")), ["bench.json"])
 
     def test_spinning_set_by_hand_is_what_the_process_measures(self):
         # The library reads kivml.AllowSpinning as it initialises: a process started with it on measures

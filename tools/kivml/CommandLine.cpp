@@ -69,8 +69,9 @@ int CommandLine::Run(int argc, char** argv) const {
       throw ToolError(DescribeFailure(std::current_exception()));
     }
   } catch (const ToolError& error) {
-    // Messages carry names from models and files.
-    std::cerr << "kivml: error: " << EscapeControlCharacters(error.what()) << '\n';
+    // Messages carry names from models and files. One write: ONNX Runtime may still be logging from a
+    // worker, and its line must not land inside ours.
+    std::cerr << "kivml: error: " + EscapeControlCharacters(error.what()) + '\n';
   }
   return kFailure;
 }
