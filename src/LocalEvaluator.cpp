@@ -172,6 +172,19 @@ void LocalEvaluator::SetLaneWaiting(bool waiting) const {
   }
 }
 
+bool LocalEvaluator::AnotherLaneWaits() const {
+  if (tLane.lanes == nullptr) {
+    return false;
+  }
+  const size_t active = tLane.lanes->active.load();
+  for (size_t lane = 0; lane < active; ++lane) {
+    if (tLane.lanes->states[lane].load() == kLaneWaiting) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void LocalEvaluator::WakeLanes(Lanes& lanes) {
   if (!lanes.ready.load()) {
     return;  // the load wakes them when it ends
@@ -427,8 +440,8 @@ void LocalEvaluator::RunLane(size_t lane, bool batched, std::chrono::microsecond
 LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(size_t most,
                                                               std::chrono::microseconds idleSpin) {
   RequestQueue requests = PopUnlessPaused(most);
-  if (!requests.empty() || idleSpin.count() == 0) {
-    return requests;
+  if (!requests.empty() || idleSpin.count() == 0 || AnotherLaneWaits()) {
+    return requests;  // one watching lane is enough: the next request goes to it
   }
   // Watches the gate, one atomic load, rather than the queue's lock, so producers are not held up. Yields
   // between looks: on a machine with fewer cores than busy threads the producer needs this one.

@@ -187,6 +187,8 @@ class LocalEvaluator : public BaseMLEvaluator {
   RequestQueue PopAfterIdleSpin(size_t most, std::chrono::microseconds idleSpin);
   // Requests one take may hold: all with one lane, else `perLane`.
   size_t TakeLimit(size_t perLane) const;
+  // Whether, among several lanes, one already watches the queue.
+  bool AnotherLaneWaits() const;
   // Marks this thread's lane as waiting (or busy again), where lanes are in use.
   void SetLaneWaiting(bool waiting) const;
   // The single loop: predicts each queued request on its own until the queue stays empty for `idleSpin`.
