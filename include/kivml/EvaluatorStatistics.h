@@ -36,6 +36,7 @@ struct EvaluatorStatistics {
   struct BatchRows {
     size_t rows = 0;
     uint64_t batches = 0;
+    bool operator==(const BatchRows&) const = default;
   };
 
   struct Lane {
