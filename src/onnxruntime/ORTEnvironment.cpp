@@ -2,13 +2,16 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "kivcore/debug/DebugDatabase.h"
+#include "kivcore/debug/Trace.h"
 #include "kivcore/utility/CPUCount.h"
 #include "kivml/Settings.h"
 #include "onnxruntime/ORTApi.h"
 #include "utility/ProcessEnvironment.h"
+#include "utility/TraceCategory.h"
 
 namespace kivml::ort {
 
@@ -52,7 +55,11 @@ void ORTEnvironment::Create() {
   ThrowIfFailed(api.SetGlobalIntraOpNumThreads(options.get(), threads));
   // Idle workers sleep, which suits a library inside someone else's application; a host that owns the
   // machine may let them spin, trading processor time for latency.
-  ThrowIfFailed(api.SetGlobalSpinControl(options.get(), SpinningAllowed() ? 1 : 0));
+  const bool spin = SpinningAllowed();
+  ThrowIfFailed(api.SetGlobalSpinControl(options.get(), spin ? 1 : 0));
+  KIV_TRACE(kTraceCategory, 5,
+            "ONNX Runtime's shared thread pools: " + std::to_string(threads) + " threads each, idle ones " +
+                (spin ? "spin" : "sleep"));
 
   OrtEnv* rawEnv = nullptr;
   ThrowIfFailed(api.CreateEnvWithGlobalThreadPools(ORT_LOGGING_LEVEL_WARNING, "", options.get(), &rawEnv));

@@ -88,6 +88,11 @@ class InfoTest(ToolTestCase):
         self.assertRegex(out, r"author\s+= kivml tests")
         self.assertRegex(out, r"labels\s+= cat,dog")
 
+    def test_the_library_says_whether_its_pools_spin(self):
+        traced = ("info", model("add"), "--trace", "kivmachinelearning=5")
+        self.assertRegex(self.succeed(*traced).stderr, r"shared thread pools: \d+ threads each, idle ones sleep")
+        self.assertIn(" idle ones spin", self.succeed(*traced, "--set", "kivml.AllowSpinning=true").stderr)
+
     def test_batching_needs_every_output_to_follow_the_batch(self):
         for name in ("sum_rows", "nonzero", "twice_rows"):
             self.assertIn("batching: not supported", self.succeed("info", model(name)).stdout, name)
@@ -128,6 +133,14 @@ class RunTest(ToolTestCase):
         output = self.load("out/output1.npy")
         self.assertEqual((output.dtype, output.shape), (np.float32, (1, 3)))
         np.testing.assert_allclose(output, a + b, rtol=1e-6)
+
+    def test_lanes_in_use_are_reported(self):
+        a = self.save("a.npy", np.ones((1, 3), np.float32))
+        args = ["run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "--repeat", "8"]
+        self.assertIn("with 2 lanes: ran 8 requests, answers agree", self.succeed(*args, "--lanes", "2").stderr)
+        self.assertIn("with 1 lane:", self.succeed(*args, "--set", "kivml.PredictionLanes=1").stderr)
+        self.assertRegex(self.succeed(*args, "--lanes", "0").stderr, r"with [1-9]\d* lanes?:")
+        self.usage_error(args + ["--lanes", "-1"], "--lanes", "'-1' is not a whole number")
 
     def test_bool_outputs(self):
         a, b = np.array([[True, False, True, False]]), np.array([[True, True, False, False]])
@@ -297,46 +310,113 @@ class RunErrorTest(ToolTestCase):
 
 
 class BenchTest(ToolTestCase):
-    def test_json_holds_every_mode_and_concurrency(self):
+    def test_json_holds_every_configuration_and_concurrency(self):
         result = self.succeed("bench", model("add"), "--requests", "20", "--concurrency", "1,2", "--both", "--warmup", "4",
-                              "--json", "bench.json")
+                              "--lanes", "1,auto", "--json", "bench.json")
         self.assertNotIn("\r", result.stderr)  # no progress bar when stderr is piped
         self.assertIn("kivml req/s", result.stdout)
         self.assertIn("targets", result.stdout)
         with open(os.path.join(self.dir, "bench.json")) as file:
             report = json.load(file)
-        self.assertEqual((report["requests"], report["warmup"]), (20, 4))
+        self.assertEqual((report["requests"], report["warmup"], report["lanes"], report["spinning"]),
+                         (20, 4, [1, "auto"], ["off"]))
         self.assertGreater(report["hardware_concurrency"], 0)
         self.assertEqual([(i["name"], i["dtype"], i["shape"]) for i in report["inputs"]],
                          [("input1", "float32", [1, 3]), ("input2", "float32", [1, 3])])
-        self.assertEqual([mode["mode"] for mode in report["modes"]], ["batched", "unbatched"])
-        for mode in report["modes"]:
-            self.assertEqual([row["concurrency"] for row in mode["results"]], [1, 2])
-            rows_per_run = mode["batch_size"] if mode["mode"] == "batched" else 1
-            for row in mode["results"]:
+        configurations = report["configurations"]
+        self.assertEqual([(c["mode"], c["lanes_asked"], c["spinning"]) for c in configurations],
+                         [("batched", 1, False), ("batched", "auto", False), ("unbatched", 1, False),
+                          ("unbatched", "auto", False)])
+        for configuration in configurations:
+            self.assertEqual(configuration["lanes"], 1 if configuration["lanes_asked"] == 1 else
+                             configurations[1]["lanes"])  # the machine's fit, the same for both modes
+            self.assertGreaterEqual(configuration["lanes"], 1)
+            self.assertEqual([row["concurrency"] for row in configuration["results"]], [1, 2])
+            rows_per_run = configuration["batch_size"] if configuration["mode"] == "batched" else 1
+            for row in configuration["results"]:
                 self.assertGreater(row["throughput_ratio"], 0)
                 self.assertEqual(row["raw"]["rows_per_call"], rows_per_run)
-                for side in (row["kivml"], row["raw"]):
-                    self.assertGreaterEqual(side["requests"], 20)
-                    for key in ("wall_seconds", "requests_per_second", "mean_ms", "p50_ms", "p95_ms", "p99_ms"):
-                        self.assertGreater(side[key], 0, key)
-                    self.assertLessEqual(side["p50_ms"], side["p99_ms"])
-        self.assertIsNone(report["targets"]["batched"])  # no concurrency fills a batch
-        self.assertIn("p50_difference_us", report["targets"]["unbatched"])
+                self.check_measurement(row["kivml"], 20)
+                self.check_measurement(row["raw"], 20)
+        references = {(r["name"], r["session_options"], r["client_threads"]): r for r in report["references"]}
+        self.assertEqual(set(references), {("raw one-row", "library", "concurrency"),
+                                           ("raw batches", "library", "concurrency"),
+                                           ("hand-written one-row", "default", "concurrency"),
+                                           ("hand-written batches", "default", "one")})
+        self.assertEqual(references[("hand-written batches", "default", "one")]["rows_per_call"],
+                         configurations[0]["batch_size"])
+        for reference in references.values():
+            self.assertEqual([row["concurrency"] for row in reference["results"]], [1, 2])
+            for row in reference["results"]:
+                self.check_measurement(row, 20)
+        targets = report["targets"]
+        self.assertEqual(list(targets), ["clients_1", "clients_2", "clients_8", "clients_32", "batched_alone",
+                                         "unbatched_overhead"])
+        for key in ("clients_8", "clients_32"):  # no such concurrency
+            self.assertEqual((targets[key]["measured"], "passed" in targets[key]), (False, False))
+        for key in ("clients_1", "clients_2", "batched_alone", "unbatched_overhead"):
+            self.assertTrue(targets[key]["measured"], key)
+            self.assertIsInstance(targets[key]["passed"], bool)
+            self.assertIn(targets[key]["configuration"].split(",")[0], ("batched", "unbatched"))
         self.assertEqual(os.listdir(self.dir), ["bench.json"])  # no temporary file left beside it
 
+    def check_measurement(self, side, requests):
+        self.assertGreaterEqual(side["requests"], requests)
+        for key in ("wall_seconds", "requests_per_second", "mean_ms", "p50_ms", "p95_ms", "p99_ms"):
+            self.assertGreater(side[key], 0, key)
+        self.assertLessEqual(side["p50_ms"], side["p99_ms"])
+
+    def test_both_spinning_settings_in_one_report(self):
+        # The setting the process does not have is measured by a child process of the tool, whose
+        # measurements come back through a temporary file; the library's settings go along.
+        environment = {**os.environ, "TMPDIR": self.dir, "TMP": self.dir, "TEMP": self.dir}
+        result = subprocess.run([*TOOL, "bench", model("free_hw"), "--dim", "H=3", "--requests", "6", "--concurrency", "2",
+                                 "--lanes", "1", "--unbatched", "--warmup", "1", "--spinning", "both",
+                                 "--set", "kivml.BatchSizeMultiplier=2", "--json", "bench.json"],
+                                cwd=self.dir, capture_output=True, text=True, timeout=120, env=environment)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout.count("kivml req/s"), 1, result.stdout)  # one report, from the parent
+        self.assertRegex(result.stdout, r"spinning\s+off, on")
+        with open(os.path.join(self.dir, "bench.json")) as file:
+            report = json.load(file)
+        self.assertEqual(report["spinning"], ["off", "on"])
+        self.assertEqual([(c["mode"], c["spinning"]) for c in report["configurations"]],
+                         [("unbatched", False), ("unbatched", True)])
+        for configuration in report["configurations"]:
+            self.assertEqual([row["concurrency"] for row in configuration["results"]], [2])
+            self.check_measurement(configuration["results"][0]["kivml"], 6)
+        self.assertEqual(sorted((r["name"], r["spinning"]) for r in report["references"]),
+                         [("hand-written batches", False), ("hand-written batches", True),
+                          ("hand-written one-row", False), ("hand-written one-row", True),
+                          ("raw one-row", False), ("raw one-row", True)])
+        self.assertEqual(report["inputs"][0]["shape"], [1, 1, 3, 32])  # the child got the --dim too
+        self.assertEqual(sorted(os.listdir(self.dir)), ["bench.json"])
+
+    def test_spinning_set_by_hand_is_what_the_process_measures(self):
+        # The library reads kivml.AllowSpinning as it initialises: a process started with it on measures
+        # spinning itself, and the other setting in a child that is told to turn it off.
+        out = self.succeed("bench", model("add"), "--requests", "2", "--concurrency", "1", "--lanes", "1",
+                           "--unbatched", "--warmup", "0", "--spinning", "both", "--set", "kivml.AllowSpinning=true",
+                           "--json", "bench.json").stdout
+        with open(os.path.join(self.dir, "bench.json")) as file:
+            report = json.load(file)
+        self.assertEqual([c["spinning"] for c in report["configurations"]], [False, True])
+        self.assertRegex(out, r"unbatched\s+1\s+on\s+1\s+\|")
+
     def test_table_columns_line_up(self):
-        out = self.succeed("bench", model("add"), "--requests", "4", "--concurrency", "1,16", "--unbatched", "--warmup", "0").stdout
-        table = [line for line in out.splitlines() if line.count("|") == 3]
-        self.assertEqual(len(table), 3, out)  # header and one row per concurrency
-        self.assertEqual(len({tuple(i for i, c in enumerate(line) if c == "|") for line in table}), 1, out)
+        out = self.succeed("bench", model("add"), "--requests", "4", "--concurrency", "1,16", "--unbatched", "--warmup", "0",
+                           "--lanes", "1,2").stdout
+        for bars, rows in ((3, 4), (2, 2)):  # kivml: each lane count at each concurrency; hand-written
+            table = [line for line in out.splitlines() if line.count("|") == bars]
+            self.assertEqual(len(table), rows + 1, out)  # and the header
+            self.assertEqual(len({tuple(i for i, c in enumerate(line) if c == "|") for line in table}), 1, out)
 
     def test_every_element_type_and_a_model_that_cannot_batch(self):
         for name in ("mixed", "logical_and"):
             result = self.succeed("bench", model(name), "--requests", "3", "--concurrency", "1", "--warmup", "0",
-                                  "--json", name + ".json")
+                                  "--lanes", "1", "--json", name + ".json")
             with open(os.path.join(self.dir, name + ".json")) as file:
-                modes = [mode["mode"] for mode in json.load(file)["modes"]]
+                modes = [configuration["mode"] for configuration in json.load(file)["configurations"]]
             self.assertEqual(modes, ["batched", "unbatched"] if name == "mixed" else ["unbatched"])
         self.assertIn("batched mode skipped", result.stdout)
 
@@ -369,16 +449,17 @@ class BenchTest(ToolTestCase):
 
     @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
     def test_progress_bar_only_on_a_terminal(self):
-        drawn = self.draw_on_a_terminal("--concurrency", "1", "--unbatched")
-        self.assertIn(b"unbatched conc 1 kivml 1/4 [", drawn)
+        drawn = self.draw_on_a_terminal("--concurrency", "1", "--unbatched", "--lanes", "1")
+        self.assertIn(b"unbatched lanes 1 conc 1 kivml 1/4 [", drawn)
+        self.assertIn(b"hand-written one-row conc 1 4/4 [", drawn)
         self.assertTrue(drawn.endswith(b"\r"), drawn[-80:])  # the line is cleared at the end
 
     @unittest.skipIf(RUNNER, "Wine gives Windows programs a console of its own, not the Unix terminal")
     def test_progress_bar_fits_a_narrow_terminal(self):
         # A line as wide as the terminal would wrap, and every redraw would scroll it.
-        drawn = self.draw_on_a_terminal("--concurrency", "16", "--batched", columns=40)
+        drawn = self.draw_on_a_terminal("--concurrency", "16", "--batched", "--lanes", "1", columns=40)
         lines = [line for line in drawn.split(b"\r") if line.strip()]
-        self.assertTrue(any(line.startswith(b"batched conc 16 kivml") for line in lines), drawn[-200:])
+        self.assertTrue(any(line.startswith(b"batched lanes 1 conc 16") for line in lines), drawn[-200:])
         for line in lines:
             self.assertLess(len(line), 40, line)
 
@@ -469,7 +550,10 @@ class BenchTest(ToolTestCase):
                                          ("--concurrency", "4,", "'4,' has an empty item"),
                                          ("--concurrency", "1,4,4", "4 is given twice"),
                                          ("--concurrency", "0x10", "'0x10' is not a whole number"),
-                                         ("--concurrency", "4097", "4097")):
+                                         ("--concurrency", "4097", "4097"),
+                                         ("--lanes", "auto,0", "auto is given twice"),
+                                         ("--lanes", "1,two", "'two' is not a whole number"),
+                                         ("--spinning", "sometimes", "sometimes")):
             with self.subTest(option=option, value=value):
                 self.usage_error(args + [option, value], option, fragment)
         self.usage_error(args + ["-c", "2", "-c", "1,2"], "--concurrency", "2 is given twice")
@@ -510,6 +594,9 @@ class SettingsTest(ToolTestCase):
     def test_values_the_library_would_misread(self):
         info = ["info", model("add")]
         for entry, fragment in (("kivml.BatchSizeMultiplier=abc", "BatchSizeMultiplier takes a whole number, not 'abc'"),
+                                ("kivml.PredictionLanes=auto", "PredictionLanes takes a whole number, not 'auto'"),
+                                ("kivml.AllowSpinning=1", "AllowSpinning takes true or false, not '1'"),
+                                ("kivml.RetryFailedBatchRows=no", "RetryFailedBatchRows takes true, false, 1 or 0, not 'no'"),
                                 ("kivml.IdleSpinMicroseconds=-5", "IdleSpinMicroseconds takes a whole number, not '-5'"),
                                 ("KIVSE.ORT.ProfileModels=yes", "ProfileModels takes true or false, not 'yes'"),
                                 ("=4", "expected KEY=VALUE")):
@@ -532,7 +619,8 @@ class SettingsTest(ToolTestCase):
     def test_unknown_keys_are_kept_with_a_warning(self):
         settings = os.path.join(self.dir, "settings.txt")
         with open(settings, "w") as file:
-            file.write("  kivml.IdleSpinMicroseconds =  0 \nKIVSE.ORT.ProfileModels=false\n")
+            file.write("  kivml.IdleSpinMicroseconds =  0 \nKIVSE.ORT.ProfileModels=false\nkivml.RetryFailedBatchRows = 0\n"
+                       "kivml.PredictionLanes = 0\nkivml.AllowSpinning = true\n")
         result = self.succeed("info", model("add"), "--settings", settings, "--set", "kivml.BatchSizeMultiplier=4")
         self.assertNotIn("warning", result.stderr)
         result = self.succeed("info", model("add"), "--set", "kivml.BatchSizeMultipler=4")

@@ -3,29 +3,23 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <sstream>
-#include <system_error>
 
+#include "ChildProcess.h"
 #include "Formatting.h"
 #include "OutputFile.h"
 #include "ToolError.h"
-
-#ifdef _WIN32
-#define KIVML_POPEN _popen
-#define KIVML_PCLOSE _pclose
-#else
-#include <sys/wait.h>
-#define KIVML_POPEN popen
-#define KIVML_PCLOSE pclose
-#endif
+#include "kivml/EvaluatorOptions.h"
 
 namespace kivml::cli {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+std::string OnOff(bool on) {
+  return on ? "on" : "off";
+}
 
 Json MeasurementJson(const LoopResult& result, size_t rowsPerCall) {
   const LatencyStats& latency = result.latency;
@@ -40,13 +34,50 @@ Json MeasurementJson(const LoopResult& result, size_t rowsPerCall) {
               {"p99_ms", latency.PercentileMs(99)}};
 }
 
-std::vector<std::string> MeasurementCells(const LoopResult& result) {
-  return {FormatFixed(result.RequestsPerSecond(), 1), FormatFixed(result.latency.PercentileMs(50), 3),
-          FormatFixed(result.latency.PercentileMs(95), 3), FormatFixed(result.latency.PercentileMs(99), 3)};
+// Rate and latencies; blanks when the load was not measured.
+std::vector<std::string> MeasurementCells(const LoopResult* result) {
+  if (result == nullptr) {
+    return {"-", "", "", ""};
+  }
+  return {FormatFixed(result->RequestsPerSecond(), 1), FormatFixed(result->latency.PercentileMs(50), 3),
+          FormatFixed(result->latency.PercentileMs(95), 3), FormatFixed(result->latency.PercentileMs(99), 3)};
 }
 
 std::string Signed(double value, int decimals) {
   return (value >= 0 ? "+" : "") + FormatFixed(value, decimals);
+}
+
+// The raw reference a configuration is compared with: its ceiling with the library's options.
+const BenchSeries* RawFor(const BenchRun& run, const BenchConfiguration& configuration) {
+  const auto& raw = configuration.batched ? run.rawBatches : run.rawOneRow;
+  return raw ? &*raw : nullptr;
+}
+
+const LoopResult* At(const std::optional<BenchSeries>& series, size_t concurrency) {
+  return series ? series->At(concurrency) : nullptr;
+}
+
+double ThroughputRatio(const LoopResult& kivml, const LoopResult& raw) {
+  const double rawRate = raw.RequestsPerSecond();
+  return rawRate > 0.0 ? kivml.RequestsPerSecond() / rawRate : 0.0;
+}
+
+double P50DifferenceUs(const LoopResult& kivml, const LoopResult& raw) {
+  return (kivml.latency.PercentileMs(50) - raw.latency.PercentileMs(50)) * 1e3;
+}
+
+Json LanesJson(unsigned lanes) {
+  return lanes == kFitMachineLanes ? Json("auto") : Json(lanes);
+}
+
+Json SeriesJson(const BenchSeries& series) {
+  Json results = Json::array();
+  for (const BenchPoint& point : series.points) {
+    Json row{{"concurrency", point.concurrency}};
+    row.update(MeasurementJson(point.result, series.rowsPerCall));
+    results.push_back(std::move(row));
+  }
+  return results;
 }
 
 // `text` inside single quotes for gnuplot, where a quote is written twice and nothing else needs escaping.
@@ -58,33 +89,8 @@ std::string GnuplotQuoted(const std::string& text) {
   return quoted + "'";
 }
 
-std::optional<std::filesystem::path> FindOnPath(const std::string& program) {
-  const char* path = std::getenv("PATH");
-  if (path == nullptr) {
-    return std::nullopt;
-  }
-#ifdef _WIN32
-  const char separator = ';';
-  const std::string fileName = program + ".exe";
-#else
-  const char separator = ':';
-  const std::string fileName = program;
-#endif
-  std::stringstream directories(path);
-  std::string directory;
-  while (std::getline(directories, directory, separator)) {
-    std::error_code error;
-    const std::filesystem::path candidate =
-        std::filesystem::path(directory.empty() ? "." : directory) / fileName;
-    if (std::filesystem::is_regular_file(candidate, error)) {
-      return candidate;
-    }
-  }
-  return std::nullopt;
-}
-
 std::filesystem::path Gnuplot() {
-  const auto gnuplot = FindOnPath("gnuplot");
+  const auto gnuplot = ChildProcess::FindOnPath("gnuplot");
   if (!gnuplot) {
     throw ToolError("--plot needs gnuplot (with the pngcairo terminal) on the PATH; install gnuplot");
   }
@@ -93,70 +99,31 @@ std::filesystem::path Gnuplot() {
 
 }  // namespace
 
-double BenchRow::ThroughputRatio() const {
-  const double rawRate = raw.RequestsPerSecond();
-  return rawRate > 0.0 ? kivml.RequestsPerSecond() / rawRate : 0.0;
-}
-
-double BenchRow::P50DifferenceUs() const {
-  return (kivml.latency.PercentileMs(50) - raw.latency.PercentileMs(50)) * 1e3;
-}
-
-const BenchMode* BenchReport::FindMode(const std::string& name) const {
-  const auto found =
-      std::find_if(mModes.begin(), mModes.end(), [&](const BenchMode& mode) { return mode.name == name; });
-  return found == mModes.end() ? nullptr : &*found;
-}
-
-std::optional<BenchReport::BatchedTarget> BenchReport::ComputeBatchedTarget() const {
-  const BenchMode* batched = FindMode("batched");
-  if (batched == nullptr) {
-    return std::nullopt;
-  }
-  const BenchRow* rawSingle = nullptr;
-  const BenchRow* best = nullptr;
-  for (const BenchRow& row : batched->rows) {
-    if (row.concurrency == 1) {
-      rawSingle = &row;
-    }
-    if (row.concurrency >= batched->batchSize &&
-        (best == nullptr || row.kivml.RequestsPerSecond() > best->kivml.RequestsPerSecond())) {
-      best = &row;
-    }
-  }
-  if (rawSingle == nullptr || best == nullptr || rawSingle->raw.RequestsPerSecond() <= 0.0) {
-    return std::nullopt;
-  }
-  const double rawRate = rawSingle->raw.RequestsPerSecond();
-  return BatchedTarget{best->kivml.RequestsPerSecond() / rawRate, best->kivml.RequestsPerSecond(),
-                       best->concurrency, rawRate};
-}
-
-std::optional<BenchReport::UnbatchedTarget> BenchReport::ComputeUnbatchedTarget() const {
-  const BenchMode* unbatched = FindMode("unbatched");
-  if (unbatched == nullptr) {
-    return std::nullopt;
-  }
-  for (const BenchRow& row : unbatched->rows) {
-    if (row.concurrency == 1) {
-      return UnbatchedTarget{row.P50DifferenceUs(), row.kivml.latency.PercentileMs(50),
-                             row.raw.latency.PercentileMs(50)};
-    }
-  }
-  return std::nullopt;
-}
-
 void BenchReport::PrintSetup(std::ostream& out) const {
   std::vector<std::vector<std::string>> rows;
   rows.push_back({"model", mSetup.model});
   rows.push_back({"device", mSetup.gpuRequested ? "asked for the GPU (the library falls back to the CPU "
-                                                  "without a hardware adapter); raw ONNX Runtime runs "
-                                                  "where the library runs"
+                                                  "without a hardware adapter); raw ONNX Runtime with the "
+                                                  "library's options runs where the library runs"
                                                 : "asked for the CPU"});
   rows.push_back({"requests", std::to_string(mSetup.requests) + " per run after " +
                                   std::to_string(mSetup.warmup) + " warm-up requests, seed " +
                                   std::to_string(mSetup.seed)});
   rows.push_back({"machine", std::to_string(mSetup.hardwareThreads) + " hardware threads"});
+  std::string lanes;
+  for (const unsigned asked : mSetup.lanes) {
+    lanes += (lanes.empty() ? "" : ", ") +
+             (asked == kFitMachineLanes ? std::string("auto (fits the machine)") : std::to_string(asked));
+  }
+  rows.push_back({"lanes", lanes});
+  std::string spinning;
+  for (const bool on : mSetup.spinning) {
+    spinning += (spinning.empty() ? "" : ", ") + OnOff(on);
+  }
+  rows.push_back(
+      {"spinning", spinning + (mSetup.spinning.size() > 1
+                                   ? " (ONNX Runtime's shared pools; each setting in a process of its own)"
+                                   : " (ONNX Runtime's shared pools)")});
   for (const BenchInput& input : mSetup.inputs) {
     rows.push_back({"input", input.name + "  " + input.typeName + "  " + FormatShape(input.shape) +
                                  (input.batchAxis ? " (one row per request)" : "")});
@@ -170,55 +137,101 @@ void BenchReport::PrintSetup(std::ostream& out) const {
 }
 
 void BenchReport::PrintTables(std::ostream& out) const {
-  for (const BenchMode& mode : mModes) {
-    out << '\n'
-        << mode.name << " on " << EscapeControlCharacters(mode.device) << ": " << mode.batchSize
-        << (mode.batchSize == 1 ? " row" : " rows")
-        << " per run; kivml: one request per call, latency from queue to answer; raw: "
-        << (mode.batchSize == 1 ? "one row" : "perfect batches") << " per Run, latency of Run\n";
-    std::vector<std::vector<std::string>> rows;
-    rows.push_back({"conc", "|", "kivml req/s", "p50 ms", "p95 ms", "p99 ms", "|", "raw req/s", "p50 ms",
-                    "p95 ms", "p99 ms", "|", "kivml/raw", "p50 diff us"});
-    for (const BenchRow& row : mode.rows) {
-      std::vector<std::string> cells{std::to_string(row.concurrency), "|"};
-      for (const std::string& cell : MeasurementCells(row.kivml)) {
-        cells.push_back(cell);
+  std::vector<std::vector<std::string>> rows;
+  rows.push_back({"mode", "lanes", "spin", "conc", "|", "kivml req/s", "p50 ms", "p95 ms", "p99 ms", "|",
+                  "raw req/s", "p50 ms", "p95 ms", "p99 ms", "|", "kivml/raw", "p50 diff us"});
+  std::string devices;
+  size_t batchSize = 0;
+  for (const BenchRun& run : mRuns) {
+    for (const BenchConfiguration& configuration : run.configurations) {
+      if (devices.find(configuration.device) == std::string::npos) {
+        devices += (devices.empty() ? "" : ", ") + configuration.device;
+      }
+      batchSize = configuration.batched ? configuration.batchSize : batchSize;
+      const BenchSeries* raw = RawFor(run, configuration);
+      for (const BenchPoint& point : configuration.kivml.points) {
+        std::vector<std::string> cells{configuration.ModeName(), configuration.LanesText(),
+                                       OnOff(run.spinning), std::to_string(point.concurrency), "|"};
+        for (std::string& cell : MeasurementCells(&point.result)) {
+          cells.push_back(std::move(cell));
+        }
+        cells.push_back("|");
+        const LoopResult* rawResult = raw != nullptr ? raw->At(point.concurrency) : nullptr;
+        for (std::string& cell : MeasurementCells(rawResult)) {
+          cells.push_back(std::move(cell));
+        }
+        cells.push_back("|");
+        if (rawResult != nullptr) {
+          cells.push_back(FormatFixed(ThroughputRatio(point.result, *rawResult), 3));
+          cells.push_back(Signed(P50DifferenceUs(point.result, *rawResult), 1));
+        }
+        rows.push_back(std::move(cells));
+      }
+    }
+  }
+  if (rows.size() > 1) {
+    out << "\nkivml on " << EscapeControlCharacters(devices)
+        << ", one request per call, latency from queue to answer; raw: ONNX Runtime with the library's "
+           "session options in the same run, one row per Run against unbatched"
+        << (batchSize > 0 ? ", ready batches of " + std::to_string(batchSize) + " per Run against batched"
+                          : "")
+        << ", from as many client threads, latency of Run\n";
+    PrintColumns(out, rows, "  ", "lllrlrrrrlrrrrlrr");
+  }
+
+  rows.clear();
+  rows.push_back({"spin", "conc", "|", "one-row req/s", "p50 ms", "p95 ms", "p99 ms", "|", "batches rows/s",
+                  "p50 ms", "p95 ms", "p99 ms"});
+  size_t handBatch = 0;
+  for (const BenchRun& run : mRuns) {
+    handBatch = run.handBatches ? run.handBatches->rowsPerCall : handBatch;
+    for (const BenchPoint& point : run.handOneRow.points) {
+      std::vector<std::string> cells{OnOff(run.spinning), std::to_string(point.concurrency), "|"};
+      for (std::string& cell : MeasurementCells(&point.result)) {
+        cells.push_back(std::move(cell));
       }
       cells.push_back("|");
-      for (const std::string& cell : MeasurementCells(row.raw)) {
-        cells.push_back(cell);
+      for (std::string& cell : MeasurementCells(At(run.handBatches, point.concurrency))) {
+        cells.push_back(std::move(cell));
       }
-      cells.push_back("|");
-      cells.push_back(FormatFixed(row.ThroughputRatio(), 3));
-      cells.push_back(Signed(row.P50DifferenceUs(), 1));
       rows.push_back(std::move(cells));
     }
-    PrintColumns(out, rows, "  ", "rlrrrrlrrrrlrr");
+  }
+  if (rows.size() > 1) {
+    out << "\nhand-written ONNX Runtime on the CPU: default session options (intra-op threads of its own), "
+           "one "
+           "session shared by the clients; one row per Run from as many client threads"
+        << (handBatch > 0 ? ", and ready batches of " + std::to_string(handBatch) + " from one thread" : "")
+        << "; spin: the setting of the run it was measured in\n";
+    PrintColumns(out, rows, "  ", "lrlrrrrlrrrr");
   }
 }
 
 void BenchReport::PrintTargets(std::ostream& out) const {
-  out << "\ntargets\n";
-  const BenchMode* batched = FindMode("batched");
-  if (const auto target = ComputeBatchedTarget()) {
-    out << "  (a) batched:   best kivml at conc >= " << batched->batchSize << ": "
-        << FormatFixed(target->kivmlRequestsPerSecond, 1) << " req/s (conc " << target->kivmlConcurrency
-        << ") = " << FormatFixed(target->ratio, 3) << " x raw perfect batches at conc 1 ("
-        << FormatFixed(target->rawRequestsPerSecond, 1) << " req/s)\n";
-  } else if (batched == nullptr) {
-    out << "  (a) batched:   n/a (batched mode not run)\n";
-  } else {
-    out << "  (a) batched:   n/a (needs concurrency 1 and a concurrency >= the batch size "
-        << batched->batchSize << ")\n";
+  out << "\ntargets (each kivml configuration against the references measured in its own run)\n";
+  std::vector<std::vector<std::string>> rows;
+  for (const BenchTarget& target : BenchTargets::Compute(mRuns)) {
+    if (!target.measured) {
+      rows.push_back({target.name, "not measured", "", "", target.requirement});
+      continue;
+    }
+    std::string value;
+    std::string needed;
+    std::string detail;
+    if (target.atMost) {
+      value = Signed(target.value, 1) + " us";
+      needed = "<= " + FormatFixed(target.threshold, 0) + " us";
+      detail = target.configuration + ": p50 " + FormatFixed(target.kivmlValue, 3) + " ms; " +
+               target.reference + ": p50 " + FormatFixed(target.referenceValue, 3) + " ms";
+    } else {
+      value = FormatFixed(target.value, 3) + " x";
+      needed = ">= " + FormatFixed(target.threshold, 2);
+      detail = target.configuration + ": " + FormatFixed(target.kivmlValue, 1) + " req/s; " +
+               target.reference + ": " + FormatFixed(target.referenceValue, 1) + " req/s";
+    }
+    rows.push_back({target.name, value, needed, target.passed ? "pass" : "MISS", detail});
   }
-  if (const auto target = ComputeUnbatchedTarget()) {
-    out << "  (b) unbatched: kivml p50 at conc 1 is " << FormatFixed(target->kivmlP50Ms, 3)
-        << " ms, raw batch-1 p50 " << FormatFixed(target->rawP50Ms, 3)
-        << " ms: " << Signed(target->differenceUs, 1) << " us\n";
-  } else {
-    out << "  (b) unbatched: n/a ("
-        << (FindMode("unbatched") == nullptr ? "unbatched mode not run" : "needs concurrency 1") << ")\n";
-  }
+  PrintColumns(out, rows, "  ", "lrll");
 }
 
 void BenchReport::WriteJson(const std::filesystem::path& file) const {
@@ -229,6 +242,14 @@ void BenchReport::WriteJson(const std::filesystem::path& file) const {
   json["requests"] = mSetup.requests;
   json["warmup"] = mSetup.warmup;
   json["seed"] = mSetup.seed;
+  json["lanes"] = Json::array();
+  for (const unsigned lanes : mSetup.lanes) {
+    json["lanes"].push_back(LanesJson(lanes));
+  }
+  json["spinning"] = Json::array();
+  for (const bool on : mSetup.spinning) {
+    json["spinning"].push_back(OnOff(on));
+  }
   json["inputs"] = Json::array();
   for (const BenchInput& input : mSetup.inputs) {
     Json dims = Json::array();
@@ -244,36 +265,68 @@ void BenchReport::WriteJson(const std::filesystem::path& file) const {
                               {"batch_axis", input.batchAxis},
                               {"free_dims", std::move(dims)}});
   }
-  json["modes"] = Json::array();
-  for (const BenchMode& mode : mModes) {
-    Json results = Json::array();
-    for (const BenchRow& row : mode.rows) {
-      results.push_back({{"concurrency", row.concurrency},
-                         {"kivml", MeasurementJson(row.kivml, 1)},
-                         {"raw", MeasurementJson(row.raw, mode.batchSize)},
-                         {"throughput_ratio", row.ThroughputRatio()},
-                         {"p50_difference_us", row.P50DifferenceUs()}});
+
+  json["configurations"] = Json::array();
+  json["references"] = Json::array();
+  for (const BenchRun& run : mRuns) {
+    for (const BenchConfiguration& configuration : run.configurations) {
+      const BenchSeries* raw = RawFor(run, configuration);
+      Json results = Json::array();
+      for (const BenchPoint& point : configuration.kivml.points) {
+        const LoopResult* rawResult = raw != nullptr ? raw->At(point.concurrency) : nullptr;
+        Json row{{"concurrency", point.concurrency}, {"kivml", MeasurementJson(point.result, 1)}};
+        row["raw"] = rawResult != nullptr ? MeasurementJson(*rawResult, raw->rowsPerCall) : Json(nullptr);
+        row["throughput_ratio"] =
+            rawResult != nullptr ? Json(ThroughputRatio(point.result, *rawResult)) : Json(nullptr);
+        row["p50_difference_us"] =
+            rawResult != nullptr ? Json(P50DifferenceUs(point.result, *rawResult)) : Json(nullptr);
+        results.push_back(std::move(row));
+      }
+      json["configurations"].push_back({{"mode", configuration.ModeName()},
+                                        {"lanes_asked", LanesJson(configuration.lanesAsked)},
+                                        {"lanes", configuration.lanes},
+                                        {"spinning", run.spinning},
+                                        {"batch_size", configuration.batchSize},
+                                        {"device", configuration.device},
+                                        {"results", std::move(results)}});
     }
-    json["modes"].push_back({{"mode", mode.name},
-                             {"device", mode.device},
-                             {"batch_size", mode.batchSize},
-                             {"results", std::move(results)}});
+    const auto reference = [&](const std::string& name, const std::string& options,
+                               const std::string& threads, const BenchSeries& series) {
+      json["references"].push_back({{"name", name},
+                                    {"session_options", options},
+                                    {"client_threads", threads},
+                                    {"spinning", run.spinning},
+                                    {"rows_per_call", series.rowsPerCall},
+                                    {"results", SeriesJson(series)}});
+    };
+    if (run.rawOneRow) {
+      reference("raw one-row", "library", "concurrency", *run.rawOneRow);
+    }
+    if (run.rawBatches) {
+      reference("raw batches", "library", "concurrency", *run.rawBatches);
+    }
+    reference("hand-written one-row", "default", "concurrency", run.handOneRow);
+    if (run.handBatches) {
+      reference("hand-written batches", "default", "one", *run.handBatches);
+    }
   }
-  Json targets;
-  if (const auto target = ComputeBatchedTarget()) {
-    targets["batched"] = {{"throughput_ratio", target->ratio},
-                          {"kivml_requests_per_second", target->kivmlRequestsPerSecond},
-                          {"kivml_concurrency", target->kivmlConcurrency},
-                          {"raw_requests_per_second", target->rawRequestsPerSecond}};
-  } else {
-    targets["batched"] = nullptr;
-  }
-  if (const auto target = ComputeUnbatchedTarget()) {
-    targets["unbatched"] = {{"p50_difference_us", target->differenceUs},
-                            {"kivml_p50_ms", target->kivmlP50Ms},
-                            {"raw_p50_ms", target->rawP50Ms}};
-  } else {
-    targets["unbatched"] = nullptr;
+
+  Json targets = Json::object();
+  for (const BenchTarget& target : BenchTargets::Compute(mRuns)) {
+    Json entry{{"name", target.name},
+               {"requirement", target.requirement},
+               {"threshold", target.threshold},
+               {"at_most", target.atMost},
+               {"measured", target.measured}};
+    if (target.measured) {
+      entry["passed"] = target.passed;
+      entry["value"] = target.value;
+      entry["configuration"] = target.configuration;
+      entry["kivml"] = target.kivmlValue;
+      entry["reference"] = target.reference;
+      entry["reference_value"] = target.referenceValue;
+    }
+    targets[target.key] = std::move(entry);
   }
   json["targets"] = std::move(targets);
 
@@ -287,55 +340,64 @@ void BenchReport::RequireGnuplot() {
 void BenchReport::WritePlot(const std::filesystem::path& file) const {
   const std::filesystem::path gnuplot = Gnuplot();
   OutputFile output(file);
-  size_t widest = 1;
-  for (const BenchMode& mode : mModes) {
-    for (const BenchRow& row : mode.rows) {
-      widest = std::max(widest, row.concurrency);
+  struct Line {
+    std::string title;
+    const BenchSeries* series;
+    bool reference;
+  };
+  std::vector<Line> lines;
+  for (const BenchRun& run : mRuns) {
+    for (const BenchConfiguration& configuration : run.configurations) {
+      lines.push_back(
+          {"kivml " + BenchTargets::Describe(configuration, run.spinning), &configuration.kivml, false});
     }
   }
+  for (const BenchRun& run : mRuns) {
+    const std::string in = mRuns.size() > 1 ? " (spinning " + OnOff(run.spinning) + " run)" : "";
+    lines.push_back({"hand-written one-row" + in, &run.handOneRow, true});
+    if (run.handBatches) {
+      lines.push_back({"hand-written batches of " + std::to_string(run.handBatches->rowsPerCall) +
+                           " from one thread" + in,
+                       &*run.handBatches, true});
+    }
+  }
+  size_t widest = 1;
+  for (const Line& line : lines) {
+    for (const BenchPoint& point : line.series->points) {
+      widest = std::max(widest, point.concurrency);
+    }
+  }
+
   std::ostringstream script;
-  script << "set terminal pngcairo noenhanced size 1200,500 font 'sans,10'\n"
+  script << "set terminal pngcairo noenhanced size 1400,800 font 'sans,10'\n"
          << "set output " << GnuplotQuoted(output.WritePath().string()) << '\n'
          << "set multiplot layout 1,2 title " << GnuplotQuoted("kivml bench: " + mSetup.model) << '\n'
          << "set logscale x 2\nset xrange [0.7:" << static_cast<double>(widest) * 1.4 << "]\n"
-         << "set xlabel 'concurrency (client threads)'\nset grid\nset key top left\n";
-  for (const BenchMode& mode : mModes) {
-    script << "$" << mode.name << " << EOD\n";
-    for (const BenchRow& row : mode.rows) {
-      script << row.concurrency << ' ' << row.kivml.RequestsPerSecond() << ' ' << row.raw.RequestsPerSecond()
-             << ' ' << row.kivml.latency.PercentileMs(50) << ' ' << row.raw.latency.PercentileMs(50) << '\n';
+         << "set xlabel 'concurrency (client threads)'\nset grid\nset key below font ',8'\n";
+  for (size_t index = 0; index < lines.size(); ++index) {
+    script << "$line" << index << " << EOD\n";
+    for (const BenchPoint& point : lines[index].series->points) {
+      script << point.concurrency << ' ' << point.result.RequestsPerSecond() << ' '
+             << point.result.latency.PercentileMs(50) << '\n';
     }
     script << "EOD\n";
   }
-  const auto plot = [&](int kivmlColumn, int rawColumn) {
+  const auto plot = [&](int column) {
     std::string separator = "plot ";
-    for (const BenchMode& mode : mModes) {
-      script << separator << "$" << mode.name << " using 1:" << kivmlColumn
-             << " with linespoints lw 2 title 'kivml " << mode.name << "', $" << mode.name
-             << " using 1:" << rawColumn << " with linespoints dt 2 title 'raw " << mode.name << "'";
+    for (size_t index = 0; index < lines.size(); ++index) {
+      script << separator << "$line" << index << " using 1:" << column << " with linespoints "
+             << (lines[index].reference ? "dt 2" : "lw 2") << " title " << GnuplotQuoted(lines[index].title);
       separator = ", ";
     }
     script << '\n';
   };
-  script << "set title 'throughput'\nset ylabel 'requests/s'\n";
-  plot(2, 3);
+  script << "set title 'throughput'\nset ylabel 'requests/s (rows/s)'\n";
+  plot(2);
   script << "set title 'p50 latency'\nset ylabel 'ms'\nset logscale y\n";
-  plot(4, 5);
+  plot(3);
   script << "unset multiplot\n";
 
-  FILE* pipe = KIVML_POPEN(("\"" + gnuplot.string() + "\"").c_str(), "w");
-  if (pipe == nullptr) {
-    throw ToolError("cannot start gnuplot (" + gnuplot.string() + ")");
-  }
-  const std::string text = script.str();
-  std::fwrite(text.data(), 1, text.size(), pipe);
-  const int status = KIVML_PCLOSE(pipe);
-#ifdef _WIN32
-  const bool succeeded = status == 0;
-#else
-  const bool succeeded = status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-#endif
-  if (!succeeded) {
+  if (ChildProcess::Run(gnuplot, {}, script.str()) != 0) {
     throw ToolError("gnuplot could not draw '" + file.string() + "' (its messages are above)");
   }
   output.Commit();

@@ -1,36 +1,20 @@
 #pragma once
-// What `kivml bench` found: per mode and concurrency, the library against raw ONNX Runtime, printed as
-// plain aligned tables with a two-line summary of the targets, and optionally written as JSON and drawn
-// as a PNG through gnuplot.
+// What `kivml bench` found: every kivml configuration (mode, lanes, spinning) per concurrency next to raw
+// ONNX Runtime with the library's session options, the hand-written references, and the targets; printed
+// as plain aligned tables, and optionally written as JSON and drawn as a PNG through gnuplot.
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "BenchInputs.h"
-#include "ClosedLoop.h"
+#include "BenchRun.h"
+#include "BenchTargets.h"
 
 namespace kivml::cli {
-
-struct BenchRow {
-  size_t concurrency = 0;
-  LoopResult kivml;
-  LoopResult raw;
-
-  double ThroughputRatio() const;  // kivml/raw requests per second
-  double P50DifferenceUs() const;  // kivml p50 minus raw p50
-};
-
-struct BenchMode {
-  std::string name;      // "batched" or "unbatched"
-  size_t batchSize = 1;  // rows per run, for the evaluator and the raw reference alike
-  std::string device;    // where both ran: "CPU" or "GPU (adapter)"
-  std::vector<BenchRow> rows;
-};
 
 struct BenchSetup {
   std::string model;
@@ -39,6 +23,8 @@ struct BenchSetup {
   size_t warmup = 0;
   uint64_t seed = 0;
   unsigned hardwareThreads = 0;
+  std::vector<unsigned> lanes;  // as asked: kFitMachineLanes for the machine's fit
+  std::vector<bool> spinning;   // the settings measured, in the order measured
   std::vector<BenchInput> inputs;
   std::vector<ResolvedDim> freeDims;
 };
@@ -47,7 +33,7 @@ class BenchReport {
  public:
   explicit BenchReport(BenchSetup setup) : mSetup(std::move(setup)) {}
 
-  void AddMode(BenchMode mode) { mModes.push_back(std::move(mode)); }
+  void AddRun(BenchRun run) { mRuns.push_back(std::move(run)); }
 
   void PrintSetup(std::ostream& out) const;
   void PrintTables(std::ostream& out) const;
@@ -59,27 +45,8 @@ class BenchReport {
   static void RequireGnuplot();
 
  private:
-  // (a): the best batched throughput with enough clients to fill a batch, over raw ONNX Runtime running
-  // one perfect batch at a time, which is the evaluator's ceiling.
-  struct BatchedTarget {
-    double ratio;
-    double kivmlRequestsPerSecond;
-    size_t kivmlConcurrency;
-    double rawRequestsPerSecond;
-  };
-  // (b): what one unbatched request costs over a raw batch-1 run, with one client.
-  struct UnbatchedTarget {
-    double differenceUs;
-    double kivmlP50Ms;
-    double rawP50Ms;
-  };
-
-  const BenchMode* FindMode(const std::string& name) const;
-  std::optional<BatchedTarget> ComputeBatchedTarget() const;
-  std::optional<UnbatchedTarget> ComputeUnbatchedTarget() const;
-
   BenchSetup mSetup;
-  std::vector<BenchMode> mModes;
+  std::vector<BenchRun> mRuns;
 };
 
 }  // namespace kivml::cli

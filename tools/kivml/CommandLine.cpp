@@ -61,7 +61,7 @@ int CommandLine::Run(int argc, char** argv) const {
       if (runCommand->parsed()) {
         return run.Execute();
       }
-      return bench.Execute();
+      return bench.Execute(settings.Arguments());
     } catch (const ToolError&) {
       throw;
     } catch (...) {

@@ -38,7 +38,8 @@ std::string BatchingText(const ModelSignature& signature) {
 }
 
 std::vector<std::vector<std::string>> ReadMetadata(const ModelSignature& signature) {
-  const auto evaluator = signature.StartEvaluator(kUnbatchedInference);
+  // One lane: the evaluator only answers questions about the model.
+  const auto evaluator = signature.StartEvaluator(EvaluatorOptions(kUnbatchedInference, 1));
   const auto metadata = evaluator.Query<IMLEvaluatorMetadata>();
   std::vector<std::vector<std::string>> rows;
   if (!metadata) {

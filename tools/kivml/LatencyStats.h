@@ -13,6 +13,7 @@ class LatencyStats {
 
   size_t Count() const { return mSorted.size(); }
   double MeanMs() const { return mMeanMs; }
+  const std::vector<double>& SortedSeconds() const { return mSorted; }
   // The nearest-rank percentile: the smallest latency that at least `percent`% of the samples do not
   // exceed; 0 without samples.
   double PercentileMs(double percent) const;

@@ -116,13 +116,13 @@ void ModelSignature::RequireSupportedTypes() const {
   }
 }
 
-kivcore::classref::InterfaceRef<IMLEvaluator> ModelSignature::StartEvaluator(BatchedInference batching,
+kivcore::classref::InterfaceRef<IMLEvaluator> ModelSignature::StartEvaluator(const EvaluatorOptions& options,
                                                                              EvaluatorDevice* device) const {
   std::optional<EvaluatorDeviceWatch> watch;
   if (device != nullptr) {
     watch.emplace();
   }
-  auto started = CreatePreferredEvaluator(mModel, batching);
+  auto started = CreatePreferredEvaluator(mModel, options);
   started.Wait();
   if (device != nullptr) {
     *device = watch->Result(mGpuRequested);

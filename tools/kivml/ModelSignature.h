@@ -11,7 +11,7 @@
 #include "EvaluatorDevice.h"
 #include "kivcore/classref/InterfaceRef.h"
 #include "kivcore/utility/Guid.h"
-#include "kivml/BatchedInference.h"
+#include "kivml/EvaluatorOptions.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/ModelMock.h"
 #include "kivml/TensorFeatureTypes.h"
@@ -54,7 +54,7 @@ class ModelSignature {
 
   // Starts an evaluator and waits for the model to load; throws ToolError with the result code.
   // `device`, when given, learns whether the evaluator got the GPU it may have asked for.
-  kivcore::classref::InterfaceRef<IMLEvaluator> StartEvaluator(BatchedInference batching,
+  kivcore::classref::InterfaceRef<IMLEvaluator> StartEvaluator(const EvaluatorOptions& options,
                                                                EvaluatorDevice* device = nullptr) const;
 
  private:

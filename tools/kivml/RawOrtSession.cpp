@@ -95,6 +95,11 @@ RawOrtSession RawOrtSession::ForInference(const std::filesystem::path& model, in
   return RawOrtSession(model, options);
 }
 
+RawOrtSession RawOrtSession::WithDefaultOptions(const std::filesystem::path& model) {
+  SharedEnvironment();
+  return RawOrtSession(model, Ort::SessionOptions());
+}
+
 void RawOrtSession::Run(const std::vector<Ort::Value>& inputs) {
   mSession.Run(Ort::RunOptions(nullptr), mInputNames.data(), inputs.data(), inputs.size(),
                mOutputNames.data(), mOutputNames.size());

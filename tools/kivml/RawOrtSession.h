@@ -1,8 +1,9 @@
 #pragma once
 // ONNX Runtime on its own, without the library: reads a model's interface as declared (with the symbolic
-// names of free dimensions, which the library's descriptions do not carry) and runs the reference that
+// names of free dimensions, which the library's descriptions do not carry) and runs the references that
 // `kivml bench` measures the library against. It shares the process's ONNX Runtime environment, which the
-// library's initializers create with global thread pools, so its sessions use the library's threads.
+// library's initializers create with global thread pools: sessions with the library's options run on those
+// threads, sessions with ONNX Runtime's default options on pools of their own.
 //
 // Run may be called from several threads at once on one session, as ONNX Runtime allows.
 
@@ -36,6 +37,10 @@ class RawOrtSession {
   // `batchSize`, as in the library's session of the same batch size; with `gpu`, also the platform's GPU
   // provider as the library configures it.
   static RawOrtSession ForInference(const std::filesystem::path& model, int64_t batchSize, bool gpu);
+  // As a host would write it by hand: ONNX Runtime's default options untouched, on the CPU. Without
+  // DisablePerSessionThreads the session runs on intra-op threads of its own, even in an environment with
+  // global thread pools; its batch dimension stays free.
+  static RawOrtSession WithDefaultOptions(const std::filesystem::path& model);
   // Not movable: the names handed to Run point into the features.
   RawOrtSession(RawOrtSession&&) = delete;
   RawOrtSession& operator=(RawOrtSession&&) = delete;

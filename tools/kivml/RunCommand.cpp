@@ -9,10 +9,13 @@
 #include <set>
 #include <system_error>
 
+#include "BenchOptionLists.h"
 #include "CLI11Include.h"
 #include "Formatting.h"
 #include "ModelSignature.h"
 #include "ToolError.h"
+#include "WholeNumberValidator.h"
+#include "kivml/CreatePreferredEvaluator.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
 
 namespace kivml::cli {
@@ -82,6 +85,13 @@ CLI::App* RunCommand::Register(CLI::App& app) {
   command->add_flag(
       "--gpu", mGpu,
       "Ask for evaluation on the GPU (the library falls back to the CPU without a hardware adapter)");
+  command
+      ->add_option("--lanes", mLanes,
+                   "Predictions the evaluator may run at once; 0 fits the machine (default: the setting "
+                   "kivml.PredictionLanes)")
+      ->check(WholeNumberValidator())
+      ->check(CLI::Range(0U, BenchOptionLists::kMostLanes))
+      ->type_name("N");
   command
       ->add_option("--repeat", mRepeat, "Run the request N times, check the answers agree, report the mean")
       ->check(CLI::Range(1, 1000000))
@@ -209,11 +219,13 @@ int RunCommand::Execute() const {
   }
   const Request request = ReadInputs(signature);
   EvaluatorDevice device;
-  const auto evaluator =
-      signature.StartEvaluator(mBatched ? kBatchedInference : kUnbatchedInference, &device);
+  const auto evaluator = signature.StartEvaluator(
+      EvaluatorOptions(mBatched ? kBatchedInference : kUnbatchedInference, mLanes), &device);
+  const size_t lanes = GetEvaluatorPredictionLanes(evaluator);
   const auto [outputs, seconds] = RunRepeatedly(signature, *evaluator, request.features);
   WriteOutputs(signature, outputs);
-  std::cerr << "on " << EscapeControlCharacters(device.Describe(mGpu)) << ": ran " << mRepeat
+  std::cerr << "on " << EscapeControlCharacters(device.Describe(mGpu)) << " with " << lanes
+            << (lanes == 1 ? " lane" : " lanes") << ": ran " << mRepeat
             << (mRepeat == 1 ? " request" : " requests, answers agree") << "; mean "
             << FormatFixed(seconds * 1e3, 3) << " ms per request\n";
   return 0;

@@ -3,6 +3,7 @@
 // as .npy files. Inputs are checked against the model before the request is queued, so that a mistake is
 // reported in the user's terms (names, dtypes, shapes) rather than as a failed request.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,7 @@ class RunCommand {
   std::string mOutputDir = ".";
   bool mBatched = false;
   bool mGpu = false;
+  std::optional<unsigned> mLanes;  // unset: the library's setting
   int mRepeat = 1;
 };
 

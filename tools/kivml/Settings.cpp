@@ -1,13 +1,11 @@
 #include "Settings.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <sstream>
-#include <string_view>
 #include <system_error>
 
 #include "CLI11Include.h"
@@ -29,21 +27,6 @@ struct Entry {
   std::string origin;  // "--set 'KEY=VALUE'", "--settings 'FILE' line 3", for messages
 };
 
-enum class ValueKind { kWholeNumber, kTrueOrFalse };
-
-struct KnownKey {
-  std::string_view key;
-  ValueKind kind;
-};
-
-// The keys the library reads, and how it reads them: whole numbers as the library parses them (blanks
-// around allowed), and profiling only on for exactly "true", so anything but "true" or "false" is a slip.
-constexpr std::array<KnownKey, 3> kKnownKeys{{
-    {"kivml.BatchSizeMultiplier", ValueKind::kWholeNumber},
-    {"kivml.IdleSpinMicroseconds", ValueKind::kWholeNumber},
-    {"KIVSE.ORT.ProfileModels", ValueKind::kTrueOrFalse},
-}};
-
 bool IsWholeNumber(std::string_view text) {
   std::string trimmed(kivcore::string::TrimBlanks(text));
   return WholeNumberValidator()(trimmed).empty();
@@ -52,20 +35,16 @@ bool IsWholeNumber(std::string_view text) {
 // Throws ToolError when the library would misread the value of a key it knows; warns of a key it does not
 // know, which the library's database takes all the same.
 void Check(const Entry& entry) {
-  const auto known = std::find_if(kKnownKeys.begin(), kKnownKeys.end(),
-                                  [&](const KnownKey& candidate) { return candidate.key == entry.key; });
-  if (known == kKnownKeys.end()) {
+  const kivml::settings::Setting* known = Settings::Find(entry.key);
+  if (known == nullptr) {
     std::cerr << "kivml: warning: "
               << EscapeControlCharacters(entry.origin + ": kivml reads no setting '" + entry.key +
                                          "' (set all the same)")
               << '\n';
     return;
   }
-  if (known->kind == ValueKind::kWholeNumber && !IsWholeNumber(entry.value)) {
-    throw ToolError(entry.origin + ": " + entry.key + " takes a whole number, not '" + entry.value + "'");
-  }
-  if (known->kind == ValueKind::kTrueOrFalse && entry.value != "true" && entry.value != "false") {
-    throw ToolError(entry.origin + ": " + entry.key + " takes true or false, not '" + entry.value + "'");
+  if (const auto expected = Settings::Misreading(*known, entry.value)) {
+    throw ToolError(entry.origin + ": " + entry.key + " takes " + *expected + ", not '" + entry.value + "'");
   }
 }
 
@@ -105,6 +84,31 @@ std::vector<Entry> ParseFile(const std::string& path) {
 }
 
 }  // namespace
+
+const kivml::settings::Setting* Settings::Find(std::string_view key) {
+  const auto& all = kivml::settings::kAllSettings;
+  const auto found =
+      std::find_if(all.begin(), all.end(), [&](const auto& setting) { return setting.key == key; });
+  return found == all.end() ? nullptr : &*found;
+}
+
+std::optional<std::string> Settings::Misreading(const kivml::settings::Setting& setting,
+                                                std::string_view value) {
+  using kivml::settings::SettingKind;
+  switch (setting.kind) {
+    case SettingKind::kWholeNumber:
+      return IsWholeNumber(value) ? std::nullopt : std::optional<std::string>("a whole number");
+    case SettingKind::kTrueOrFalse:
+      // The library is on for exactly "true", so "TRUE" or "1" would quietly leave it off.
+      return value == "true" || value == "false" ? std::nullopt : std::optional<std::string>("true or false");
+    case SettingKind::kOnUnlessOff:
+      // The library is off for "false" or "0" and on for anything else, so "no" or "off" would turn it on.
+      return value == "true" || value == "false" || value == "1" || value == "0"
+                 ? std::nullopt
+                 : std::optional<std::string>("true, false, 1 or 0");
+  }
+  return std::nullopt;
+}
 
 void WriteTraceLine(int level, const std::string& category, const std::string& message) {
   // Some messages end their own line (the GPU set-up's); the rest get one here.
@@ -154,6 +158,24 @@ void Settings::Apply() const {
     }
     kivcore::debug::SetTraceSink(WriteTraceLine);
   }
+}
+
+std::vector<std::string> Settings::Arguments() const {
+  // Joined to their values, so that a value starting with '-' is not read as an option.
+  std::vector<std::string> arguments;
+  if (!mFile.empty()) {
+    arguments.push_back("--settings=" + mFile);
+  }
+  for (const std::string& entry : mEntries) {
+    arguments.push_back("--set=" + entry);
+  }
+  if (mProfile) {
+    arguments.emplace_back("--profile");
+  }
+  if (!mTrace.empty()) {
+    arguments.push_back("--trace=" + mTrace);
+  }
+  return arguments;
 }
 
 }  // namespace kivml::cli
