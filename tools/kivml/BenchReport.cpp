@@ -201,7 +201,7 @@ void BenchReport::PrintTables(std::ostream& out) const {
         << ", from as many client threads, latency of Run\n";
     PrintColumns(out, rows, "  ", "lllrlrrrrlrrrrlrr");
     out << "\nthe library's own statistics of each kivml load above, over its measured requests: time from "
-           "queueing to the start of the prediction, real requests per batch, zero-filled rows added\n";
+           "queueing to the start of the prediction, real requests per batch, rows added to fill batches\n";
     PrintColumns(out, statisticsRows, "  ", "lllrlrrrr");
   }
 
