@@ -551,14 +551,15 @@ void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
       // Padding or taking the queue failed: whoever was taken hears why, instead of a broken promise.
       const std::exception_ptr exception = std::current_exception();
       kivcore::logging::LogException(exception, "kivml::LocalEvaluator::FillBatchLoop", nullptr);
+      // Counted before the answers go out, so that a snapshot taken once they are in has them.
+      LaneRecorder().RecordOutcome(FailureResult(exception),
+                                   container.GetBatchedPromises().size() + pending.size());
       for (auto& promise : container.GetBatchedPromises()) {
         promise.SetException(exception);
       }
       for (auto& request : pending) {
         request.mPromise.SetException(exception);
       }
-      LaneRecorder().RecordOutcome(FailureResult(exception),
-                                   container.GetBatchedPromises().size() + pending.size());
       return;
     }
     const auto start = GetClock().Now();
@@ -690,8 +691,8 @@ void LocalEvaluator::AdmitToBatch(BatchContainer& container, utility::QueuedFeat
       CheckBatchRow(request.mInputs, rows.empty() ? nullptr : &rows.front());
     } catch (...) {
       const std::exception_ptr failure = std::current_exception();
-      request.mPromise.SetException(failure);
       LaneRecorder().RecordOutcome(FailureResult(failure), 1);
+      request.mPromise.SetException(failure);
       return;
     }
   }

@@ -35,6 +35,9 @@ TEST(DurationHistogramTest, PercentilesFallWithinABucketAndNeverLeaveTheRecorded
     EXPECT_LE(std::abs(std::log(ratio)), std::log(EvaluatorStatistics::kBucketRatio)) << read.count();
   }
   EXPECT_EQ(histogram.Percentile(0.0), 1us);
+  // The public header promises the buckets' width.
+  EXPECT_DOUBLE_EQ(std::pow(10.0, 1.0 / DurationHistogram::kBucketsPerDecade),
+                   EvaluatorStatistics::kBucketRatio);
 
   // Beyond the buckets' reach (and a clock that went back) the extremes stand in.
   DurationHistogram outliers;
