@@ -1,5 +1,6 @@
 #include "BaseMLEvaluator.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <exception>
 #include <iterator>
@@ -14,9 +15,11 @@ namespace kivml {
 
 using kivcore::threads::ScopedLock;
 
-BaseMLEvaluator::BaseMLEvaluator()
-    : mMutex("kivml::BaseMLEvaluator"),
+BaseMLEvaluator::BaseMLEvaluator(std::shared_ptr<const utility::BatchFillClock> clock)
+    : mClock(std::move(clock)),
+      mMutex("kivml::BaseMLEvaluator"),
       mGate(false),
+      mWindowStart(mClock->Now()),
       mThrottleExecutor(kivcore::threads::CreateSubExecutor(kivcore::threads::GetCPUBoundExecutor(), 1)) {}
 
 BaseMLEvaluator::~BaseMLEvaluator() {
@@ -29,10 +32,11 @@ kivcore::async::Future<utility::FeatureContainerVector> BaseMLEvaluator::QueueFe
   kivcore::async::Promise<utility::FeatureContainerVector> promise;
   kivcore::async::Future<utility::FeatureContainerVector> future = promise.GetFuture();
   try {
+    const utility::BatchFillClock::TimePoint queuedAt = mClock->Now();  // outside the lock: it is shared
     {
       ScopedLock lock(mMutex, "kivml::BaseMLEvaluator::QueueFeatures");
       // Strong guarantee: if the queue cannot grow, the promise and inputs are left where they are.
-      mQueue.emplace_back(std::move(promise), std::move(inputs));
+      mQueue.emplace_back(std::move(promise), std::move(inputs), queuedAt);
       try {
         mGate.Open();
         PostThrottleNotificationLocked(mQueue.size());
@@ -46,6 +50,7 @@ kivcore::async::Future<utility::FeatureContainerVector> BaseMLEvaluator::QueueFe
         }
         throw;
       }
+      ++mQueued;
     }
     MarkQueueHasPendingFeatures();
   } catch (...) {
@@ -132,8 +137,10 @@ size_t BaseMLEvaluator::ThrottleThresholdLocked() const noexcept {
 }
 
 void BaseMLEvaluator::ErrorOutQueue(RequestQueue& requests) noexcept {
+  uint64_t abandoned = 0;
   for (auto& request : requests) {
     if (request.mPromise.IsAbandoned()) {
+      ++abandoned;
       continue;
     }
     try {
@@ -143,8 +150,42 @@ void BaseMLEvaluator::ErrorOutQueue(RequestQueue& requests) noexcept {
       // Could not even build the exception: the promise's destructor still fails the future (broken).
     }
   }
+  mQueueRecorder.RecordOutcome(eModelExecutionTerminated, requests.size() - abandoned);
+  mQueueRecorder.RecordAbandoned(abandoned);
   requests.clear();
 }
+
+EvaluatorStatistics BaseMLEvaluator::GetStatistics() const {
+  EvaluatorStatistics statistics;
+  statistics.valid = true;
+  {
+    ScopedLock lock(mMutex, "kivml::BaseMLEvaluator::GetStatistics");
+    statistics.queued = mQueued;
+    statistics.windowStart = mWindowStart;
+  }
+  statistics.windowSpan = std::max(mClock->Now() - statistics.windowStart, std::chrono::nanoseconds::zero());
+  utility::RequestRecords total;
+  mQueueRecorder.AddTo(total);
+  AddWorkerStatistics(total, statistics.windowSpan, statistics.lanes);
+  total.Summarise(statistics);
+  return statistics;
+}
+
+void BaseMLEvaluator::ResetStatistics() {
+  {
+    ScopedLock lock(mMutex, "kivml::BaseMLEvaluator::ResetStatistics");
+    mQueued = 0;
+    mWindowStart = mClock->Now();
+  }
+  mQueueRecorder.Clear();
+  ClearWorkerStatistics();
+}
+
+void BaseMLEvaluator::AddWorkerStatistics(utility::RequestRecords& /*total*/,
+                                          std::chrono::nanoseconds /*span*/,
+                                          std::vector<EvaluatorStatistics::Lane>& /*lanes*/) const {}
+
+void BaseMLEvaluator::ClearWorkerStatistics() {}
 
 void BaseMLEvaluator::PostThrottleNotificationLocked(size_t queueLength) {
   std::erase_if(mThrottles,

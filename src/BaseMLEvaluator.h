@@ -10,8 +10,14 @@
 //
 // Every request is answered exactly once: by the worker, or with eModelExecutionTerminated when the queue
 // is cleared or the evaluator is destroyed with the request still queued.
+//
+// Statistics: each request is stamped with the evaluator's clock as it is queued and counted under the lock
+// that queueing takes anyway. What becomes of it is recorded by the lane that runs it (the concrete
+// evaluator's business) or, when it never reaches one, in the queue's own recorder; a snapshot adds them up.
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -19,10 +25,14 @@
 #include "kivcore/classref/Implements.h"
 #include "kivcore/threads/Gate.h"
 #include "kivcore/threads/RecursiveMutex.h"
+#include "kivml/EvaluatorStatistics.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/IMLEvaluatorPrivate.h"
+#include "utility/BatchFillClock.h"
 #include "utility/ExitBarrier.h"
 #include "utility/QueuedFeatureRequest.h"
+#include "utility/RequestRecorder.h"
+#include "utility/RequestRecords.h"
 
 namespace kivml {
 
@@ -63,11 +73,29 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   bool GetShouldUseBatching() const;
   size_t GetThrottleThreshold() const;
 
- protected:
-  BaseMLEvaluator();
+  // What the evaluator has done since it was made or last reset; \see kivml/EvaluatorStatistics.h.
+  EvaluatorStatistics GetStatistics() const;
+  // Starts a new statistics window now.
+  void ResetStatistics();
 
-  // Fails the futures of `requests`, in order, skipping abandoned ones; then destroys the requests.
-  static void ErrorOutQueue(RequestQueue& requests) noexcept;
+ protected:
+  explicit BaseMLEvaluator(
+      std::shared_ptr<const utility::BatchFillClock> clock = utility::GetSteadyBatchFillClock());
+
+  // Fails the futures of `requests`, in order, skipping abandoned ones; then destroys the requests. Records
+  // them as terminated (or abandoned) in the queue's recorder.
+  void ErrorOutQueue(RequestQueue& requests) noexcept;
+
+  // The evaluator's time source: request stamps, statistics and the batch fill loop's waits.
+  const utility::BatchFillClock& GetClock() const noexcept { return *mClock; }
+  // Records what happens to requests outside any lane.
+  utility::RequestRecorder& GetQueueRecorder() noexcept { return mQueueRecorder; }
+  // The worker's part of a snapshot: adds the records of each lane in use into `total` and describes the
+  // lanes over a window of `span`. Nothing unless overridden.
+  virtual void AddWorkerStatistics(utility::RequestRecords& total, std::chrono::nanoseconds span,
+                                   std::vector<EvaluatorStatistics::Lane>& lanes) const;
+  // Clears what AddWorkerStatistics reports. Nothing unless overridden.
+  virtual void ClearWorkerStatistics();
 
   // Call with the lock held.
   void BindModelLocked(kivcore::classref::InterfaceRef<IMLModel> model) { mModel = std::move(model); }
@@ -88,6 +116,7 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   // Call with the lock held: prunes expired throttles and posts one notification for `queueLength`.
   void PostThrottleNotificationLocked(size_t queueLength);
 
+  const std::shared_ptr<const utility::BatchFillClock> mClock;
   kivcore::classref::InterfaceRef<IMLModel> mModel;
   kivcore::threads::RecursiveMutex mMutex;
   RequestQueue mQueue;
@@ -96,6 +125,9 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   ThrottleList mThrottles;
   bool mShouldUseBatching = false;
   std::atomic<size_t> mBatchSize{1};
+  uint64_t mQueued = 0;                             // in this window; guarded by the mutex
+  utility::BatchFillClock::TimePoint mWindowStart;  // guarded by the mutex
+  utility::RequestRecorder mQueueRecorder;
   const std::shared_ptr<kivcore::async::AsyncExecutor> mThrottleExecutor;  // serial
 };
 

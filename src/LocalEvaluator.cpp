@@ -5,6 +5,7 @@
 #include <limits>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <thread>
 #include <utility>
@@ -62,6 +63,12 @@ std::chrono::microseconds ReadIdleSpin() {
   return std::chrono::microseconds(*microseconds);
 }
 
+// The result code a failed request is counted under: its exception's, unless that one claims success.
+int FailureResult(const std::exception_ptr& failure) {
+  const int result = kivcore::config::ExtractResultFromException(failure);
+  return kivcore::ResultSucceeded(result) ? kivcore::config::eUnexpectedException : result;
+}
+
 // Read once per evaluator, when its worker starts: "false" or "0" turns the retry off.
 bool ReadRetryRowsAlone() {
   const std::string value = kivcore::debug::DebugDatabase::Instance().GetEntry(
@@ -100,7 +107,7 @@ class LocalEvaluator::FillTurn {
 };
 
 LocalEvaluator::LocalEvaluator(std::shared_ptr<const utility::BatchFillClock> clock)
-    : mClock(std::move(clock)) {}
+    : BaseMLEvaluator(std::move(clock)) {}
 
 LocalEvaluator::~LocalEvaluator() {
   std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> worker;
@@ -185,6 +192,10 @@ bool LocalEvaluator::AnotherLaneWaits() const {
   return false;
 }
 
+utility::RequestRecorder& LocalEvaluator::LaneRecorder() noexcept {
+  return tLane.recorder != nullptr ? *tLane.recorder : GetQueueRecorder();
+}
+
 void LocalEvaluator::WakeLanes(Lanes& lanes) {
   if (!lanes.ready.load()) {
     return;  // the load wakes them when it ends
@@ -249,10 +260,38 @@ void LocalEvaluator::SetPredictionLanes(unsigned lanes) {
 
 size_t LocalEvaluator::GetPredictionLanes() const {
   const std::shared_ptr<Lanes> lanes = GetLanes();
-  if (!lanes) {
-    return 1;
+  return lanes ? LanesInUse(*lanes) : 1;
+}
+
+size_t LocalEvaluator::LanesInUse(const Lanes& lanes) {
+  return lanes.ready.load() ? lanes.active.load() : lanes.triggers.size();
+}
+
+void LocalEvaluator::AddWorkerStatistics(utility::RequestRecords& total, std::chrono::nanoseconds span,
+                                         std::vector<EvaluatorStatistics::Lane>& lanes) const {
+  const std::shared_ptr<Lanes> running = GetLanes();
+  if (!running) {
+    return;
   }
-  return lanes->ready.load() ? lanes->active.load() : lanes->triggers.size();
+  const size_t inUse = LanesInUse(*running);
+  for (size_t lane = 0; lane < running->triggers.size(); ++lane) {
+    const std::chrono::nanoseconds predicting = running->recorders[lane].AddTo(total);
+    if (lane < inUse) {
+      // A prediction that began before a reset counts whole in the new window: keep the share to 1.
+      const double share = span.count() > 0
+                               ? static_cast<double>(predicting.count()) / static_cast<double>(span.count())
+                               : 0.0;
+      lanes.push_back({predicting, std::min(share, 1.0)});
+    }
+  }
+}
+
+void LocalEvaluator::ClearWorkerStatistics() {
+  if (const std::shared_ptr<Lanes> running = GetLanes()) {
+    for (size_t lane = 0; lane < running->triggers.size(); ++lane) {
+      running->recorders[lane].Clear();
+    }
+  }
 }
 
 unsigned LocalEvaluator::FitMachineLanes() noexcept {
@@ -314,6 +353,7 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   auto lanes = std::make_shared<Lanes>();
   lanes->states = std::make_unique<std::atomic<int>[]>(laneCount);
   lanes->statisticians = std::make_unique<EvaluatorStatistician[]>(laneCount);
+  lanes->recorders = std::make_unique<utility::RequestRecorder[]>(laneCount);
   for (size_t lane = 0; lane < laneCount; ++lane) {
     lanes->states[lane].store(kLaneIdle);
     lanes->triggers.push_back(kivcore::threads::QueueOnlyOnce::Create(
@@ -417,6 +457,7 @@ void LocalEvaluator::RunLane(size_t lane, bool batched, std::chrono::microsecond
   tLane.state = several ? &state : nullptr;
   tLane.lanes = several ? lanes.get() : nullptr;
   tLane.statistician = several ? &lanes->statisticians[lane] : nullptr;
+  tLane.recorder = &lanes->recorders[lane];
   for (;;) {
     state.store(kLaneBusy);
     if (batched) {
@@ -464,6 +505,9 @@ void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin
   const size_t most = TakeLimit(1);
   for (RequestQueue requests = PopUnlessPaused(most); !requests.empty();
        requests = PopAfterIdleSpin(most, idleSpin)) {
+    // A request that follows another at once starts predicting when that one completed: a clock read less
+    // per request, which under load is a good part of what recording costs.
+    std::optional<utility::BatchFillClock::TimePoint> now;
     for (; !requests.empty(); requests.pop_front()) {
       if (utility::ExitBarrier::Exiting()) {
         ErrorOutQueue(requests);  // the process goes away: answer now rather than drain the queue
@@ -471,18 +515,30 @@ void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin
       }
       auto& request = requests.front();
       if (request.mPromise.IsAbandoned()) {
+        LaneRecorder().RecordAbandoned(1);
         continue;  // nobody waits for the answer
       }
+      const auto start = now ? *now : GetClock().Now();
+      std::optional<utility::BatchFillClock::TimePoint> end;
+      int result = 0;
       try {
         utility::FeatureContainerVector outputs;
         {
           auto scope = predictRegion->Scope();
           outputs = Predict(request.mInputs);
         }
+        end = GetClock().Now();
         request.mPromise.SetValue(std::move(outputs));
       } catch (...) {
-        request.mPromise.SetException(std::current_exception());
+        const std::exception_ptr failure = std::current_exception();
+        if (!end) {
+          end = GetClock().Now();
+        }
+        result = FailureResult(failure);
+        request.mPromise.SetException(failure);
       }
+      now = GetClock().Now();
+      LaneRecorder().RecordSingle(request.mQueuedAt, start, *end, *now, result);
     }
   }
 }
@@ -499,14 +555,18 @@ void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
       return;
     }
     BatchContainer container(GetBatchSize(), descriptions);
+    const auto fillStart = GetClock().Now();
     try {
-      if (!FillBatchLoop(container, pending, statistician)) {
+      if (!FillBatchLoop(container, pending, statistician, fillStart)) {
         return;
       }
     } catch (...) {
       // Padding or taking the queue failed: whoever was taken hears why, instead of a broken promise.
       const std::exception_ptr exception = std::current_exception();
       kivcore::logging::LogException(exception, "kivml::LocalEvaluator::FillBatchLoop", nullptr);
+      // Counted before the answers go out, so that a snapshot taken once they are in has them.
+      LaneRecorder().RecordOutcome(FailureResult(exception),
+                                   container.GetBatchedPromises().size() + pending.size());
       for (auto& promise : container.GetBatchedPromises()) {
         promise.SetException(exception);
       }
@@ -515,11 +575,11 @@ void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
       }
       return;
     }
-    BatchRun run;
-    {
-      EvaluatorStatistician::ScopedTimer timer(statistician, [this] { return mClock->Now(); });
-      run = RunBatch(container);
-    }
+    const auto start = GetClock().Now();
+    BatchRun run = RunBatch(container);
+    const auto end = GetClock().Now();
+    statistician.RecordSample(std::chrono::duration_cast<std::chrono::milliseconds>(end - start));
+    RecordBatchRun(container, fillStart, start, end);
     if (tLane.lanes != nullptr &&
         statistician.GetSampleCount() >= EvaluatorStatistician::kSamplesBeforeEstimate) {
       tLane.lanes->sharedEstimateMs.store(statistician.GetExpectedBatchInferenceTime({}).count());
@@ -566,23 +626,43 @@ void LocalEvaluator::RetryRowsAlone(BatchContainer& failed, const FeatureDescrip
     }
     BatchContainer alone(failed.BatchSize(), descriptions);
     if (!alone.AddToBatch(std::move(requests.front()))) {
+      LaneRecorder().RecordAbandoned(1);
       continue;  // nobody waits for the answer any more
     }
     if (pad) {
       const utility::FeatureContainerVector row = alone.GetBatchedFeatures().front();
       alone.PadWith(row);
     }
-    AnswerBatch(alone, RunBatch(alone));
+    const auto start = GetClock().Now();
+    BatchRun run = RunBatch(alone);
+    RecordBatchRun(alone, std::nullopt, start, GetClock().Now());
+    AnswerBatch(alone, std::move(run));
   }
+}
+
+void LocalEvaluator::RecordBatchRun(const BatchContainer& container,
+                                    std::optional<utility::BatchFillClock::TimePoint> fillStart,
+                                    utility::BatchFillClock::TimePoint start,
+                                    utility::BatchFillClock::TimePoint end) {
+  const auto& queued = container.GetQueuedTimes();
+  // A row run again alone waited in the queue only until its first batch.
+  const std::span<const utility::BatchFillClock::TimePoint> firstRun =
+      fillStart ? std::span(queued.data(), queued.size())
+                : std::span<const utility::BatchFillClock::TimePoint>();
+  LaneRecorder().RecordBatch(firstRun, queued.size(), container.Size() - queued.size(), fillStart, start,
+                             end);
 }
 
 void LocalEvaluator::AnswerBatch(BatchContainer& container, BatchRun run) {
   auto& promises = container.GetBatchedPromises();
+  const auto& queued = container.GetQueuedTimes();
+  const std::span<const utility::BatchFillClock::TimePoint> rows(queued.data(), queued.size());
   if (!kivcore::ResultSucceeded(run.result)) {
     for (auto& promise : promises) {
       promise.SetException(
           kivcore::config::MakeNestedException(kivcore::kiv_exception(kPredictError, run.result), run.cause));
     }
+    LaneRecorder().RecordAnswers(rows, GetClock().Now(), 0, run.result);
     return;
   }
   // Rows past the real requests are padding: their outputs are dropped with `run`.
@@ -598,6 +678,7 @@ void LocalEvaluator::AnswerBatch(BatchContainer& container, BatchRun run) {
         kivcore::kiv_exception(kPredictError, eInferenceFailure),
         std::make_exception_ptr(kivcore::kiv_exception(cause.c_str(), eInferenceFailure))));
   }
+  LaneRecorder().RecordAnswers(rows, GetClock().Now(), answered, eInferenceFailure);
 }
 
 bool LocalEvaluator::CanRunShortBatch() const {
@@ -622,19 +703,24 @@ void LocalEvaluator::AdmitToBatch(BatchContainer& container, utility::QueuedFeat
     try {
       CheckBatchRow(request.mInputs, rows.empty() ? nullptr : &rows.front());
     } catch (...) {
-      request.mPromise.SetException(std::current_exception());
+      const std::exception_ptr failure = std::current_exception();
+      LaneRecorder().RecordOutcome(FailureResult(failure), 1);
+      request.mPromise.SetException(failure);
       return;
     }
   }
-  container.AddToBatch(std::move(request));  // abandoned requests are dropped here
+  // The batch has room (the fill loop stops when it is full): a refusal means nobody waits for the answer.
+  if (!container.AddToBatch(std::move(request))) {
+    LaneRecorder().RecordAbandoned(1);
+  }
 }
 
 bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pending,
-                                   const EvaluatorStatistician& statistician) {
+                                   const EvaluatorStatistician& statistician,
+                                   utility::BatchFillClock::TimePoint start) {
   static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> fillRegion(
       "kivmachinelearning.LocalEvaluator FillBatchLoop");
   auto scope = fillRegion->Scope();
-  const auto start = mClock->Now();
   const bool mustFill = MustFillBatch();
   const FillTurn turn(mustFill ? tLane.lanes : nullptr);
   for (;;) {
@@ -663,7 +749,7 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
     const std::chrono::milliseconds wait =
         std::min(statistician.GetExpectedBatchInferenceTime(coldWait), kMaxFillWait);
     SetLaneWaiting(true);
-    const bool opened = mClock->WaitAtGate(GetGate(), mClock->Now() + wait);
+    const bool opened = GetClock().WaitAtGate(GetGate(), GetClock().Now() + wait);
     SetLaneWaiting(false);
     if (!opened || utility::ExitBarrier::Exiting()) {
       break;  // nobody came in time, or nobody will: run what we have
@@ -673,7 +759,7 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
   KIV_TRACE(kTraceCategory, 7,
             "Filled batch of size " + std::to_string(container.Size()) + " in " +
                 std::to_string(
-                    std::chrono::duration_cast<std::chrono::milliseconds>(mClock->Now() - start).count()) +
+                    std::chrono::duration_cast<std::chrono::milliseconds>(GetClock().Now() - start).count()) +
                 "ms" + " with " + std::to_string(dummyRows) + " dummy features");
   return true;
 }

@@ -17,6 +17,10 @@
 // loaded, and only if the backend can predict concurrently (one lane otherwise). Pause, Resume, clearing
 // and destruction act on all lanes alike; throttle thresholds count queued requests and do not change.
 //
+// Statistics: each lane records what it runs (queue waits, predictions, batches, outcomes) in a recorder of
+// its own, so recording takes no lock that another lane or a producer contends for; a snapshot adds the
+// lanes up.
+//
 // Start fires the trigger once the model load has finished, whatever its outcome, so requests queued
 // before Start (when there was no trigger to fire) are answered without waiting for a later request.
 //
@@ -40,6 +44,7 @@
 #include "utility/BatchContainer.h"
 #include "utility/BatchFillClock.h"
 #include "utility/EvaluatorStatistician.h"
+#include "utility/RequestRecorder.h"
 
 namespace kivml {
 
@@ -127,6 +132,11 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Free video memory of the adapter GPU evaluation would use; 0 when unknown.
   virtual uint64_t QueryAvailableVideoMemory() const;
 
+  // \see BaseMLEvaluator: one entry per lane in use.
+  void AddWorkerStatistics(utility::RequestRecords& total, std::chrono::nanoseconds span,
+                           std::vector<EvaluatorStatistics::Lane>& lanes) const override;
+  void ClearWorkerStatistics() override;
+
  private:
   enum LaneState : int {
     kLaneIdle,     // no run, or one about to end
@@ -154,6 +164,8 @@ class LocalEvaluator : public BaseMLEvaluator {
     // without an estimate of its own waits that long for latecomers rather than the cold default: under
     // light traffic a lane may take long to time batches of its own.
     std::atomic<int64_t> sharedEstimateMs{-1};
+    // What each lane ran, for the evaluator's statistics.
+    std::unique_ptr<utility::RequestRecorder[]> recorders;
   };
 
   // The lane whose run this thread is in, while it is in one (and there are several); its state tells
@@ -162,6 +174,7 @@ class LocalEvaluator : public BaseMLEvaluator {
     std::atomic<int>* state = nullptr;
     Lanes* lanes = nullptr;
     utility::EvaluatorStatistician* statistician = nullptr;
+    utility::RequestRecorder* recorder = nullptr;  // set with one lane too
   };
   static thread_local LaneOfThread tLane;
   class FillTurn;
@@ -178,6 +191,8 @@ class LocalEvaluator : public BaseMLEvaluator {
   static void WakeLanes(Lanes& lanes);
   // Wakes an idle lane, if any, to take queued requests.
   static void WakeIdleLane(Lanes& lanes);
+  // Lanes taking requests: those created until the load has decided.
+  static size_t LanesInUse(const Lanes& lanes);
   bool IsWorkerPaused() const;
   // Takes the queued requests, at most `most` of them, or none while the worker is paused (unless
   // `evenIfPaused`), so that Pause also stops a processing loop that is already running (under steady load
@@ -191,6 +206,8 @@ class LocalEvaluator : public BaseMLEvaluator {
   bool AnotherLaneWaits() const;
   // Marks this thread's lane as waiting (or busy again), where lanes are in use.
   void SetLaneWaiting(bool waiting) const;
+  // Where this thread's lane records what it runs; the queue's recorder outside a lane.
+  utility::RequestRecorder& LaneRecorder() noexcept;
   // The single loop: predicts each queued request on its own until the queue stays empty for `idleSpin`.
   void ProcessQueueThroughModel(std::chrono::microseconds idleSpin);
   // What one batched prediction gave: its result code, the backend's exception when it threw, and the
@@ -209,15 +226,21 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Runs each real request of `failed` alone and answers it from that run.
   void RetryRowsAlone(utility::BatchContainer& failed, const FeatureDescriptionVector& descriptions);
   // Fills `container` from `pending` and the queue, waiting for latecomers when the backend wants full
-  // batches. False when there is nothing to run.
+  // batches; `start` is when filling began. False when there is nothing to run.
   bool FillBatchLoop(utility::BatchContainer& container, RequestQueue& pending,
-                     const utility::EvaluatorStatistician& statistician);
+                     const utility::EvaluatorStatistician& statistician,
+                     utility::BatchFillClock::TimePoint start);
   // Answers the container's requests from `run`: their rows, or the failure with its cause attached.
   void AnswerBatch(utility::BatchContainer& container, BatchRun run);
-  // Adds `request` to `container` unless CheckBatchRow refuses it, which fails the request.
+  // Records one batched prediction of the container's rows from `start` to `end`, filled from `fillStart`;
+  // none for a request run again alone.
+  void RecordBatchRun(const utility::BatchContainer& container,
+                      std::optional<utility::BatchFillClock::TimePoint> fillStart,
+                      utility::BatchFillClock::TimePoint start, utility::BatchFillClock::TimePoint end);
+  // Adds `request` to `container` unless CheckBatchRow refuses it, which fails the request, or nobody waits
+  // for its answer.
   void AdmitToBatch(utility::BatchContainer& container, utility::QueuedFeatureRequest&& request);
 
-  const std::shared_ptr<const utility::BatchFillClock> mClock;
   std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex
   std::shared_ptr<Lanes> mLanes;                                     // guarded by the evaluator's mutex
   std::optional<unsigned> mRequestedLanes;                           // guarded by the evaluator's mutex

@@ -51,6 +51,7 @@ BatchContainer::BatchContainer(size_t batchSize, FeatureDescriptionVector inputD
     : mBatchSize(std::max<size_t>(batchSize, 1)), mInputDescriptions(std::move(inputDescriptions)) {
   mBatchedFeatures.reserve(mBatchSize);
   mBatchedPromises.reserve(mBatchSize);
+  mQueuedTimes.reserve(mBatchSize);
 }
 
 bool BatchContainer::AddToBatch(QueuedFeatureRequest&& request) {
@@ -63,6 +64,7 @@ bool BatchContainer::AddToBatch(QueuedFeatureRequest&& request) {
   }
   mBatchedFeatures.push_back(std::move(request.mInputs));
   mBatchedPromises.push_back(std::move(request.mPromise));
+  mQueuedTimes.push_back(request.mQueuedAt);
   return true;
 }
 
@@ -86,9 +88,11 @@ size_t BatchContainer::PadWith(const FeatureContainerVector& row) {
 FeatureRequestQueue BatchContainer::TakeRequests() {
   FeatureRequestQueue requests;
   for (size_t row = 0; row < mBatchedPromises.size(); ++row) {
-    requests.emplace_back(std::move(mBatchedPromises[row]), std::move(mBatchedFeatures[row]));
+    requests.emplace_back(std::move(mBatchedPromises[row]), std::move(mBatchedFeatures[row]),
+                          mQueuedTimes[row]);
   }
   mBatchedPromises.clear();
+  mQueuedTimes.clear();
   mBatchedFeatures.clear();
   return requests;
 }

@@ -1,7 +1,8 @@
 #pragma once
-// Collects the rows of one batched prediction: the inputs of each real request with its promise, then
-// zero-filled dummy rows up to the batch size. Lives for one prediction; used by one thread.
+// Collects the rows of one batched prediction: the inputs of each real request with its promise and when it
+// was queued, then zero-filled dummy rows up to the batch size. Lives for one prediction; used by one thread.
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -19,6 +20,8 @@ class BatchContainer {
   using Promises =
       std::vector<kivcore::async::Promise<FeatureContainerVector>,
                   kivcore::allocator::STLAllocator<kivcore::async::Promise<FeatureContainerVector>>>;
+  using QueuedTimes = std::vector<std::chrono::steady_clock::time_point,
+                                  kivcore::allocator::STLAllocator<std::chrono::steady_clock::time_point>>;
   template <class T>
   using Transformer = std::function<QueuedFeatureRequest(T&)>;
 
@@ -54,12 +57,15 @@ class BatchContainer {
 
   const FeatureVectors& GetBatchedFeatures() const noexcept { return mBatchedFeatures; }
   Promises& GetBatchedPromises() noexcept { return mBatchedPromises; }
+  // When each real row was queued, in row order.
+  const QueuedTimes& GetQueuedTimes() const noexcept { return mQueuedTimes; }
 
  private:
   const size_t mBatchSize;
   const FeatureDescriptionVector mInputDescriptions;
   FeatureVectors mBatchedFeatures;
   Promises mBatchedPromises;
+  QueuedTimes mQueuedTimes;
 };
 
 }  // namespace kivml::utility

@@ -1,6 +1,8 @@
 #pragma once
-// One queued request: the promise that answers it and the inputs moved in from the caller.
+// One queued request: the promise that answers it, the inputs moved in from the caller and when it was
+// queued.
 
+#include <chrono>
 #include <deque>
 #include <utility>
 
@@ -14,11 +16,12 @@ struct QueuedFeatureRequest {
   // Spelled out so that emplace_back constructs in place on compilers without parenthesised aggregate
   // initialisation (clang before 16): the queue relies on nothing being moved before it has grown.
   QueuedFeatureRequest(kivcore::async::Promise<FeatureContainerVector>&& promise,
-                       FeatureContainerVector&& inputs)
-      : mPromise(std::move(promise)), mInputs(std::move(inputs)) {}
+                       FeatureContainerVector&& inputs, std::chrono::steady_clock::time_point queuedAt = {})
+      : mPromise(std::move(promise)), mInputs(std::move(inputs)), mQueuedAt(queuedAt) {}
 
   kivcore::async::Promise<FeatureContainerVector> mPromise;
   FeatureContainerVector mInputs;
+  std::chrono::steady_clock::time_point mQueuedAt;  // by the evaluator's clock
 };
 
 using FeatureRequestQueue =

@@ -1,6 +1,7 @@
 // Every public header compiles on its own and the vocabulary fits together: a host can implement a model
 // and its descriptions against these headers alone.
 #include "kivml/BatchedInference.h"
+#include "kivml/EvaluatorStatistics.h"
 #include "kivml/ICoreMLModelAccessor.h"
 #include "kivml/IFeatureDescription.h"
 #include "kivml/IMLEvaluator.h"

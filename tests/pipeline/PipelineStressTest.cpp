@@ -1,5 +1,6 @@
 // Many producers, random abandonment, clears, pauses and destruction with requests queued: every request
-// whose future is still held must be answered exactly once, with its own outputs or as terminated.
+// whose future is still held must be answered exactly once, with its own outputs or as terminated, and the
+// evaluator's statistics must account for every request queued exactly once.
 
 #include <gtest/gtest.h>
 
@@ -12,10 +13,12 @@
 #include <unordered_set>
 #include <vector>
 
+#include "kivml/EvaluatorStatistics.h"
 #include "kivml/ResultCodes.h"
 #include "support/FakeEvaluator.h"
 #include "support/FakeModel.h"
 #include "support/FutureChecks.h"
+#include "support/SettledStatistics.h"
 
 namespace kivml::testing {
 namespace {
@@ -32,20 +35,32 @@ struct Kept {
   kivcore::async::Future<utility::FeatureContainerVector> future;
 };
 
+using KeptByProducer = std::vector<std::vector<Kept>>;
+
 // Batched or not, and the prediction lanes.
-class PipelineStressTest : public ::testing::TestWithParam<std::tuple<bool, unsigned>> {};
+class PipelineStressTest : public ::testing::TestWithParam<std::tuple<bool, unsigned>> {
+ protected:
+  void SetUp() override {
+    const auto [batched, lanes] = GetParam();
+    mEvaluator = FakeEvaluator::Create();
+    mEvaluator->SetModel(MakeScalarModel());
+    mEvaluator->SetShouldUseBatching(batched);
+    mEvaluator->SetPredictionLanes(lanes);
+    const auto started = mEvaluator->Start();
+    ASSERT_TRUE(started.WaitFor(kFutureTimeout));
+    ASSERT_EQ(started.Get(), 0);
+  }
 
-TEST_P(PipelineStressTest, EveryHeldRequestIsAnsweredExactlyOnce) {
-  const auto [batched, lanes] = GetParam();
-  auto evaluator = FakeEvaluator::Create();
-  evaluator->SetModel(MakeScalarModel());
-  evaluator->SetShouldUseBatching(batched);
-  evaluator->SetPredictionLanes(lanes);
-  const auto started = evaluator->Start();
-  ASSERT_TRUE(started.WaitFor(kFutureTimeout));
-  ASSERT_EQ(started.Get(), 0);
+  // Every producer queues its requests, dropping one in eight futures at once, while the queue is cleared
+  // and the worker paused now and then. Returns the futures kept, by producer.
+  KeptByProducer ProduceAmidClearsAndPauses();
 
-  std::vector<std::vector<Kept>> kept(kProducers);
+  std::shared_ptr<FakeEvaluator> mEvaluator;
+};
+
+KeptByProducer PipelineStressTest::ProduceAmidClearsAndPauses() {
+  FakeEvaluator* const evaluator = mEvaluator.get();
+  KeptByProducer kept(kProducers);
   std::vector<std::thread> producers;
   for (int producer = 0; producer < kProducers; ++producer) {
     producers.emplace_back([&, producer] {
@@ -79,6 +94,12 @@ TEST_P(PipelineStressTest, EveryHeldRequestIsAnsweredExactlyOnce) {
   }
   producing = false;
   chaos.join();
+  return kept;
+}
+
+TEST_P(PipelineStressTest, EveryHeldRequestIsAnsweredExactlyOnce) {
+  KeptByProducer kept = ProduceAmidClearsAndPauses();
+  auto& evaluator = mEvaluator;
 
   // Destroyed while paused with requests queued: those fail as terminated.
   evaluator->Pause();
@@ -125,6 +146,40 @@ TEST_P(PipelineStressTest, EveryHeldRequestIsAnsweredExactlyOnce) {
   EXPECT_GE(terminated, 100u);
   RecordProperty("answered", static_cast<int>(answered));
   RecordProperty("terminated", static_cast<int>(terminated));
+}
+
+TEST_P(PipelineStressTest, StatisticsAccountForEveryQueuedRequestOnce) {
+  const KeptByProducer kept = ProduceAmidClearsAndPauses();
+  uint64_t keptCount = 0;
+  uint64_t keptAnswered = 0;
+  uint64_t keptTerminated = 0;
+  for (const auto& requests : kept) {
+    for (const auto& request : requests) {
+      const int result = ResultOf(request.future);
+      ++keptCount;
+      keptAnswered += result == 0 ? 1 : 0;
+      keptTerminated += result == eModelExecutionTerminated ? 1 : 0;
+    }
+  }
+  // Requests whose futures were dropped may still be queued: the worker is not paused, so they drain.
+  const EvaluatorStatistics statistics = SettledStatistics(*mEvaluator);
+  EXPECT_EQ(statistics.queued, static_cast<uint64_t>(kProducers * kRequestsPerProducer));
+  EXPECT_EQ(Accounted(statistics), statistics.queued);
+  EXPECT_EQ(statistics.failed, 0u);
+  EXPECT_GE(statistics.answered, keptAnswered);
+  EXPECT_GE(statistics.terminated, keptTerminated);
+  EXPECT_LE(statistics.abandoned, statistics.queued - keptCount);
+  // Every answered request ran, and was timed, once.
+  EXPECT_EQ(statistics.queueWait.count, statistics.answered);
+  EXPECT_EQ(statistics.completion.count, statistics.answered);
+  if (std::get<0>(GetParam())) {
+    uint64_t batchedRows = 0;
+    for (const auto& size : statistics.rowsPerBatch) {
+      batchedRows += size.rows * size.batches;
+    }
+    EXPECT_EQ(batchedRows, statistics.answered);
+  }
+  EXPECT_EQ(statistics.lanes.size(), std::get<1>(GetParam()));
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, PipelineStressTest,

@@ -77,7 +77,7 @@ BenchSeries Series(const std::vector<std::pair<size_t, LoopResult>>& points, siz
   BenchSeries series;
   series.rowsPerCall = rowsPerCall;
   for (const auto& [concurrency, result] : points) {
-    series.points.push_back({concurrency, result});
+    series.points.push_back({concurrency, result, std::nullopt});
   }
   return series;
 }
@@ -229,6 +229,11 @@ TEST_F(KivmlToolBenchRunFile, ARunComesBackAsMeasured) {
   odd.latency = LatencyStats({0.3, 1.0 / 3.0, 1e-7});
   run.configurations.push_back(Configuration(true, kFitMachineLanes, Series({{1, Loop(50)}, {32, odd}})));
   run.configurations.back().device = "GPU (\"name\"\n)";
+  EvaluatorStatistics statistics;
+  statistics.valid = true;
+  statistics.queued = statistics.answered = 24;
+  statistics.queueWait = {24, std::chrono::nanoseconds(1234567), {}, {}, std::chrono::microseconds(3), {}};
+  run.configurations.back().kivml.points.back().statistics = statistics;
   run.configurations.push_back(Configuration(false, 3, Series({{1, Loop(70)}})));
   run.rawBatches = Series({{1, odd}}, 8);
   run.handOneRow = Series({{1, Loop(90)}, {32, Loop(91)}});
@@ -253,6 +258,13 @@ TEST_F(KivmlToolBenchRunFile, ARunComesBackAsMeasured) {
   EXPECT_EQ(back->calls, 3U);
   EXPECT_EQ(back->wallSeconds, 0.1 + 0.2);  // to the last bit
   EXPECT_EQ(back->latency.SortedSeconds(), odd.latency.SortedSeconds());
+  // The evaluator's statistics go along; loads without them stay without.
+  const auto& backStatistics = first.kivml.points[1].statistics;
+  ASSERT_TRUE(backStatistics.has_value());
+  EXPECT_EQ(backStatistics->answered, 24U);
+  EXPECT_EQ(backStatistics->queueWait.mean, std::chrono::nanoseconds(1234567));
+  EXPECT_EQ(backStatistics->queueWait.p99, std::chrono::microseconds(3));
+  EXPECT_FALSE(first.kivml.points[0].statistics.has_value());
   EXPECT_EQ(read.configurations[1].lanesAsked, 3U);
   EXPECT_FALSE(read.configurations[1].batched);
 
@@ -280,8 +292,8 @@ TEST_F(KivmlToolBenchRunFile, WhatIsNotARunIsRefused) {
     std::ofstream(mDir / name) << text;
     return mDir / name;
   };
-  EXPECT_CONTAINS(refusal(write("cut.json", "{\"format\": 1, \"spinning\": tr")), "unreadable");
-  EXPECT_CONTAINS(refusal(write("partial.json", "{\"format\": 1, \"spinning\": false}")), "unreadable");
+  EXPECT_CONTAINS(refusal(write("cut.json", "{\"format\": 2, \"spinning\": tr")), "unreadable");
+  EXPECT_CONTAINS(refusal(write("partial.json", "{\"format\": 2, \"spinning\": false}")), "unreadable");
   EXPECT_CONTAINS(refusal(write("other.json", "{\"format\": 999}")), "another version of kivml");
 }
 

@@ -142,6 +142,18 @@ class RunTest(ToolTestCase):
         self.assertRegex(self.succeed(*args, "--lanes", "0").stderr, r"with [1-9]\d* lanes?:")
         self.usage_error(args + ["--lanes", "-1"], "--lanes", "'-1' is not a whole number")
 
+    def test_stats_after_the_run(self):
+        a = self.save("a.npy", np.ones((1, 3), np.float32))
+        errors = self.succeed("run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a, "--repeat", "5",
+                              "--batched", "--lanes", "2", "--stats").stderr
+        self.assertIn(": 5 queued, 5 answered, 0 failed, 0 terminated, 0 abandoned", errors)
+        self.assertRegex(errors, r"queue wait\s+5\s")
+        self.assertRegex(errors, r"completion\s+5\s")
+        self.assertRegex(errors, r"5 batches, 1\.00 rows per batch \(5 of 1\), \d+ dummy rows")
+        self.assertIn("lane 2: predicting", errors)
+        plain = self.succeed("run", model("add"), "-i", "input1=" + a, "-i", "input2=" + a).stderr
+        self.assertNotIn("queued", plain)
+
     def test_bool_outputs(self):
         a, b = np.array([[True, False, True, False]]), np.array([[True, True, False, False]])
         self.succeed("run", model("logical_and"), "-i", "input1=" + self.save("a.npy", a), "-i", "input2=" + self.save("b.npy", b))
@@ -315,6 +327,7 @@ class BenchTest(ToolTestCase):
                               "--lanes", "1,auto", "--json", "bench.json")
         self.assertNotIn("\r", result.stderr)  # no progress bar when stderr is piped
         self.assertIn("kivml req/s", result.stdout)
+        self.assertRegex(result.stdout, r"queue p50 ms\s+queue p99 ms\s+rows/batch\s+dummy rows")
         self.assertIn("targets", result.stdout)
         with open(os.path.join(self.dir, "bench.json")) as file:
             report = json.load(file)
@@ -338,6 +351,7 @@ class BenchTest(ToolTestCase):
                 self.assertEqual(row["raw"]["rows_per_call"], rows_per_run)
                 self.check_measurement(row["kivml"], 20)
                 self.check_measurement(row["raw"], 20)
+                self.check_statistics(row, configuration)
         references = {(r["name"], r["session_options"], r["client_threads"]): r for r in report["references"]}
         self.assertEqual(set(references), {("raw one-row", "library", "concurrency"),
                                            ("raw batches", "library", "concurrency"),
@@ -359,6 +373,20 @@ class BenchTest(ToolTestCase):
             self.assertIsInstance(targets[key]["passed"], bool)
             self.assertIn(targets[key]["configuration"].split(",")[0], ("batched", "unbatched"))
         self.assertEqual(os.listdir(self.dir), ["bench.json"])  # no temporary file left beside it
+
+    def check_statistics(self, row, configuration):
+        """The evaluator's statistics cover exactly the measured requests of that load."""
+        statistics = row["statistics"]
+        requests = row["kivml"]["requests"]
+        self.assertEqual((statistics["queued"], statistics["answered"]), (requests, requests))
+        self.assertEqual(statistics["queue_wait"]["count"], requests)
+        self.assertLessEqual(statistics["queue_wait"]["p50_ms"], statistics["queue_wait"]["p99_ms"])
+        self.assertEqual(len(statistics["lanes"]), configuration["lanes"])
+        if configuration["mode"] == "batched":
+            self.assertEqual(sum(size["rows"] * size["batches"] for size in statistics["rows_per_batch"]), requests)
+            self.assertGreaterEqual(statistics["mean_rows_per_batch"], 1)
+        else:
+            self.assertEqual(statistics["batches"], 0)
 
     def check_measurement(self, side, requests):
         self.assertGreaterEqual(side["requests"], requests)
@@ -385,6 +413,7 @@ class BenchTest(ToolTestCase):
         for configuration in report["configurations"]:
             self.assertEqual([row["concurrency"] for row in configuration["results"]], [2])
             self.check_measurement(configuration["results"][0]["kivml"], 6)
+            self.check_statistics(configuration["results"][0], configuration)  # the child's came along
         self.assertEqual(sorted((r["name"], r["spinning"]) for r in report["references"]),
                          [("hand-written batches", False), ("hand-written batches", True),
                           ("hand-written one-row", False), ("hand-written one-row", True),

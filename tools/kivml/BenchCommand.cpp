@@ -18,10 +18,12 @@
 #include "ProgressBar.h"
 #include "RawOrtSession.h"
 #include "SelfExecutable.h"
+#include "SettledStatistics.h"
 #include "ToolError.h"
 #include "WholeNumberValidator.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivml/CreatePreferredEvaluator.h"
+#include "kivml/EvaluatorStatistics.h"
 #include "kivml/Settings.h"
 
 namespace kivml::cli {
@@ -99,6 +101,8 @@ struct Contestant {
   ClosedLoop::Call call;
   BenchSeries* series;
   LoopResult result;
+  // The library's evaluator under load, whose statistics go with the result; null for a reference.
+  const kivcore::classref::InterfaceRef<IMLEvaluator>* evaluator = nullptr;
 };
 
 }  // namespace
@@ -246,7 +250,8 @@ BenchRun BenchCommand::Measure(const ModelSignature& signature, const BenchInput
              answer.Get();  // rethrows a failed request
            },
            &configuration.kivml,
-           {}});
+           {},
+           &evaluators[index]});
     }
     if (rawOneRow) {
       contestants.push_back({prefix + "raw one-row" + conc,
@@ -286,6 +291,12 @@ BenchRun BenchCommand::Measure(const ModelSignature& signature, const BenchInput
                                contestant.call);
         }
       }
+      // The statistics cover the measured requests only: not the priming, the warm-up or other levels.
+      for (const Contestant& contestant : contestants) {
+        if (contestant.evaluator != nullptr) {
+          ResetEvaluatorStatistics(*contestant.evaluator);
+        }
+      }
       for (size_t round = 0; round < kRounds; ++round) {
         const size_t share = mRequests / kRounds + (round < mRequests % kRounds ? 1 : 0);
         if (share == 0) {
@@ -302,7 +313,11 @@ BenchRun BenchCommand::Measure(const ModelSignature& signature, const BenchInput
       throw ToolError("raw ONNX Runtime failed to run the model: " + std::string(exception.what()));
     }
     for (Contestant& contestant : contestants) {
-      contestant.series->points.push_back({clients, std::move(contestant.result)});
+      std::optional<EvaluatorStatistics> statistics;
+      if (contestant.evaluator != nullptr) {
+        statistics = ReadSettledStatistics(*contestant.evaluator);
+      }
+      contestant.series->points.push_back({clients, std::move(contestant.result), std::move(statistics)});
     }
   }
   return run;

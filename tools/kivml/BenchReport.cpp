@@ -3,11 +3,14 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <sstream>
 
 #include "ChildProcess.h"
 #include "Formatting.h"
 #include "OutputFile.h"
+#include "StatisticsFormat.h"
 #include "ToolError.h"
 #include "kivml/EvaluatorOptions.h"
 
@@ -41,6 +44,19 @@ std::vector<std::string> MeasurementCells(const LoopResult* result) {
   }
   return {FormatFixed(result->RequestsPerSecond(), 1), FormatFixed(result->latency.PercentileMs(50), 3),
           FormatFixed(result->latency.PercentileMs(95), 3), FormatFixed(result->latency.PercentileMs(99), 3)};
+}
+
+// Queue waits, batch fill and padding of the library's evaluator over a measured load.
+std::vector<std::string> StatisticsCells(const std::optional<EvaluatorStatistics>& statistics, bool batched) {
+  if (!statistics) {
+    return {"-", "", "", ""};
+  }
+  const auto ms = [](std::chrono::nanoseconds duration) {
+    return FormatFixed(std::chrono::duration<double, std::milli>(duration).count(), 3);
+  };
+  return {ms(statistics->queueWait.p50), ms(statistics->queueWait.p99),
+          batched ? FormatFixed(statistics->meanRowsPerBatch, 2) : "-",
+          batched ? std::to_string(statistics->dummyRows) : "-"};
 }
 
 std::string Signed(double value, int decimals) {
@@ -140,6 +156,8 @@ void BenchReport::PrintTables(std::ostream& out) const {
   std::vector<std::vector<std::string>> rows;
   rows.push_back({"mode", "lanes", "spin", "conc", "|", "kivml req/s", "p50 ms", "p95 ms", "p99 ms", "|",
                   "raw req/s", "p50 ms", "p95 ms", "p99 ms", "|", "kivml/raw", "p50 diff us"});
+  std::vector<std::vector<std::string>> statisticsRows{
+      {"mode", "lanes", "spin", "conc", "|", "queue p50 ms", "queue p99 ms", "rows/batch", "dummy rows"}};
   std::string devices;
   size_t batchSize = 0;
   for (const BenchRun& run : mRuns) {
@@ -152,6 +170,11 @@ void BenchReport::PrintTables(std::ostream& out) const {
       for (const BenchPoint& point : configuration.kivml.points) {
         std::vector<std::string> cells{configuration.ModeName(), configuration.LanesText(),
                                        OnOff(run.spinning), std::to_string(point.concurrency), "|"};
+        std::vector<std::string> statisticsCells(cells);
+        for (std::string& cell : StatisticsCells(point.statistics, configuration.batched)) {
+          statisticsCells.push_back(std::move(cell));
+        }
+        statisticsRows.push_back(std::move(statisticsCells));
         for (std::string& cell : MeasurementCells(&point.result)) {
           cells.push_back(std::move(cell));
         }
@@ -177,6 +200,9 @@ void BenchReport::PrintTables(std::ostream& out) const {
                           : "")
         << ", from as many client threads, latency of Run\n";
     PrintColumns(out, rows, "  ", "lllrlrrrrlrrrrlrr");
+    out << "\nthe library's own statistics of each kivml load above, over its measured requests: time from "
+           "queueing to the start of the prediction, real requests per batch, rows added to fill batches\n";
+    PrintColumns(out, statisticsRows, "  ", "lllrlrrrr");
   }
 
   rows.clear();
@@ -275,6 +301,7 @@ void BenchReport::WriteJson(const std::filesystem::path& file) const {
       for (const BenchPoint& point : configuration.kivml.points) {
         const LoopResult* rawResult = raw != nullptr ? raw->At(point.concurrency) : nullptr;
         Json row{{"concurrency", point.concurrency}, {"kivml", MeasurementJson(point.result, 1)}};
+        row["statistics"] = point.statistics ? StatisticsFormat::ToJson(*point.statistics) : Json(nullptr);
         row["raw"] = rawResult != nullptr ? MeasurementJson(*rawResult, raw->rowsPerCall) : Json(nullptr);
         row["throughput_ratio"] =
             rawResult != nullptr ? Json(ThroughputRatio(point.result, *rawResult)) : Json(nullptr);

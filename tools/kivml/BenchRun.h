@@ -9,12 +9,15 @@
 #include <vector>
 
 #include "ClosedLoop.h"
+#include "kivml/EvaluatorStatistics.h"
 
 namespace kivml::cli {
 
 struct BenchPoint {
   size_t concurrency = 0;  // the load level this was measured at
   LoopResult result;
+  // What the library's evaluator recorded over the measured requests (none for the references).
+  std::optional<EvaluatorStatistics> statistics;
 };
 
 // One load, at every concurrency level measured.

@@ -3,28 +3,32 @@
 #include <nlohmann/json.hpp>
 
 #include <fstream>
+#include <stdexcept>
 
 #include "OutputFile.h"
+#include "StatisticsFormat.h"
 #include "ToolError.h"
 
 namespace kivml::cli {
 
 namespace {
 
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 
 // Bumped whenever the layout changes: parent and child are the same program, but a stale file must not
 // pass for a fresh one.
-constexpr int kFormat = 1;
+constexpr int kFormat = 2;
 
 Json SeriesJson(const BenchSeries& series) {
   Json points = Json::array();
   for (const BenchPoint& point : series.points) {
-    points.push_back({{"concurrency", point.concurrency},
-                      {"requests", point.result.requests},
-                      {"calls", point.result.calls},
-                      {"wall_seconds", point.result.wallSeconds},
-                      {"latencies_s", point.result.latency.SortedSeconds()}});
+    points.push_back(
+        {{"concurrency", point.concurrency},
+         {"requests", point.result.requests},
+         {"calls", point.result.calls},
+         {"wall_seconds", point.result.wallSeconds},
+         {"latencies_s", point.result.latency.SortedSeconds()},
+         {"statistics", point.statistics ? StatisticsFormat::ToJson(*point.statistics) : Json(nullptr)}});
   }
   return {{"rows_per_call", series.rowsPerCall}, {"points", std::move(points)}};
 }
@@ -43,6 +47,9 @@ BenchSeries ReadSeries(const Json& json) {
     read.result.calls = point.at("calls").get<size_t>();
     read.result.wallSeconds = point.at("wall_seconds").get<double>();
     read.result.latency = LatencyStats(point.at("latencies_s").get<std::vector<double>>());
+    if (const Json& statistics = point.at("statistics"); !statistics.is_null()) {
+      read.statistics = StatisticsFormat::FromJson(statistics);
+    }
     series.points.push_back(std::move(read));
   }
   return series;
@@ -102,6 +109,8 @@ BenchRun BenchRunFile::Read(const std::filesystem::path& file) {
     run.handBatches = ReadOptionalSeries(json.at("hand_batches"));
     return run;
   } catch (const nlohmann::json::exception& error) {
+    throw ToolError("the measurements in '" + file.string() + "' are unreadable: " + error.what());
+  } catch (const std::logic_error& error) {  // a result code that is not one
     throw ToolError("the measurements in '" + file.string() + "' are unreadable: " + error.what());
   }
 }

@@ -13,6 +13,8 @@
 #include "CLI11Include.h"
 #include "Formatting.h"
 #include "ModelSignature.h"
+#include "SettledStatistics.h"
+#include "StatisticsFormat.h"
 #include "ToolError.h"
 #include "WholeNumberValidator.h"
 #include "kivml/CreatePreferredEvaluator.h"
@@ -96,6 +98,9 @@ CLI::App* RunCommand::Register(CLI::App& app) {
       ->add_option("--repeat", mRepeat, "Run the request N times, check the answers agree, report the mean")
       ->check(CLI::Range(1, 1000000))
       ->type_name("N");
+  command->add_flag("--stats", mStats,
+                    "After the run, print the evaluator's statistics: counts, queue, prediction and "
+                    "completion times, batches and lanes");
   return command;
 }
 
@@ -228,6 +233,9 @@ int RunCommand::Execute() const {
             << (lanes == 1 ? " lane" : " lanes") << ": ran " << mRepeat
             << (mRepeat == 1 ? " request" : " requests, answers agree") << "; mean "
             << FormatFixed(seconds * 1e3, 3) << " ms per request\n";
+  if (mStats) {
+    StatisticsFormat::Print(std::cerr, ReadSettledStatistics(evaluator));
+  }
   return 0;
 }
 

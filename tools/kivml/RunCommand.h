@@ -43,6 +43,7 @@ class RunCommand {
   bool mGpu = false;
   std::optional<unsigned> mLanes;  // unset: the library's setting
   int mRepeat = 1;
+  bool mStats = false;
 };
 
 }  // namespace kivml::cli
