@@ -1,8 +1,6 @@
 #include "utility/DurationHistogram.h"
 
 #include <algorithm>
-#include <boost/histogram/indexed.hpp>
-#include <boost/histogram/make_histogram.hpp>
 #include <cmath>
 
 namespace kivml::utility {

@@ -3,14 +3,12 @@
 // kBucketsPerDecade buckets a decade from 100 ns to 1000 s, anything shorter or longer in one bucket on
 // either side. Count, sum and the extremes are kept exactly beside the buckets. Not synchronized.
 
-#include <boost/histogram/axis/regular.hpp>
-#include <boost/histogram/histogram.hpp>
-#include <boost/histogram/storage_adaptor.hpp>
 #include <chrono>
 #include <cstdint>
 #include <tuple>
 
 #include "kivml/EvaluatorStatistics.h"
+#include "utility/BoostHistogram.h"
 
 namespace kivml::utility {
 

@@ -3,9 +3,6 @@
 // dropped with the evaluator): outcome counts, queue, prediction and completion times, and batch sizes.
 // Records of several lanes add up into the evaluator's. Not synchronized: RequestRecorder guards one.
 
-#include <boost/histogram/axis/integer.hpp>
-#include <boost/histogram/histogram.hpp>
-#include <boost/histogram/storage_adaptor.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +12,7 @@
 #include <tuple>
 
 #include "kivml/EvaluatorStatistics.h"
+#include "utility/BoostHistogram.h"
 #include "utility/DurationHistogram.h"
 
 namespace kivml::utility {
