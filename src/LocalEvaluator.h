@@ -100,7 +100,8 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Fires the worker's trigger (QueueExecutor); does nothing before Start.
   void MarkQueueHasPendingFeatures() override;
 
-  // --- Backend operations, all called on the worker thread except the type name.
+  // --- Backend operations, all called on a worker thread except the type name; with several lanes,
+  // Predict and PredictBatched may run on several at once (see CanPredictConcurrently).
   // A constant name for the kind of evaluator ("ORT"); used to name the worker.
   virtual const char* GetEvaluatorTypeName() const = 0;
   // Loads the bound model; returns a result code.

@@ -2,7 +2,8 @@
 // The evaluator that runs ONNX models through ONNX Runtime. LocalEvaluator owns the queue and the worker;
 // this class loads the model into a session (on the GPU when the model asks and the GPU can be set up,
 // otherwise on the CPU), converts requests to ONNX Runtime values and back, and reads the model's
-// custom metadata. Everything but the metadata queries runs on the worker thread.
+// custom metadata. Everything but the metadata queries runs on the evaluator's workers; with several
+// prediction lanes Predict and PredictBatched run side by side, reading only what LoadModel set.
 
 #include <atomic>
 #include <cstdint>
