@@ -137,10 +137,14 @@ size_t BaseMLEvaluator::ThrottleThresholdLocked() const noexcept {
 }
 
 void BaseMLEvaluator::ErrorOutQueue(RequestQueue& requests) noexcept {
-  uint64_t abandoned = 0;
+  const auto abandoned = static_cast<uint64_t>(std::count_if(
+      requests.begin(), requests.end(), [](const auto& request) { return request.mPromise.IsAbandoned(); }));
+  // Counted before the futures complete, so that a snapshot taken once the answers are in has them. A future
+  // abandoned in between is still counted as terminated: its promise is failed all the same.
+  mQueueRecorder.RecordOutcome(eModelExecutionTerminated, requests.size() - abandoned);
+  mQueueRecorder.RecordAbandoned(abandoned);
   for (auto& request : requests) {
     if (request.mPromise.IsAbandoned()) {
-      ++abandoned;
       continue;
     }
     try {
@@ -150,8 +154,6 @@ void BaseMLEvaluator::ErrorOutQueue(RequestQueue& requests) noexcept {
       // Could not even build the exception: the promise's destructor still fails the future (broken).
     }
   }
-  mQueueRecorder.RecordOutcome(eModelExecutionTerminated, requests.size() - abandoned);
-  mQueueRecorder.RecordAbandoned(abandoned);
   requests.clear();
 }
 

@@ -519,26 +519,23 @@ void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin
         continue;  // nobody waits for the answer
       }
       const auto start = now ? *now : GetClock().Now();
-      std::optional<utility::BatchFillClock::TimePoint> end;
-      int result = 0;
+      utility::FeatureContainerVector outputs;
+      std::exception_ptr failure;
       try {
-        utility::FeatureContainerVector outputs;
-        {
-          auto scope = predictRegion->Scope();
-          outputs = Predict(request.mInputs);
-        }
-        end = GetClock().Now();
-        request.mPromise.SetValue(std::move(outputs));
+        auto scope = predictRegion->Scope();
+        outputs = Predict(request.mInputs);
       } catch (...) {
-        const std::exception_ptr failure = std::current_exception();
-        if (!end) {
-          end = GetClock().Now();
-        }
-        result = FailureResult(failure);
+        failure = std::current_exception();
+      }
+      const auto end = GetClock().Now();
+      // Counted before the future completes, so that a snapshot taken once the answer is in has it.
+      LaneRecorder().RecordSingle(request.mQueuedAt, start, end, end, failure ? FailureResult(failure) : 0);
+      if (failure) {
         request.mPromise.SetException(failure);
+      } else {
+        request.mPromise.SetValue(std::move(outputs));
       }
       now = GetClock().Now();
-      LaneRecorder().RecordSingle(request.mQueuedAt, start, *end, *now, result);
     }
   }
 }
@@ -657,16 +654,18 @@ void LocalEvaluator::AnswerBatch(BatchContainer& container, BatchRun run) {
   auto& promises = container.GetBatchedPromises();
   const auto& queued = container.GetQueuedTimes();
   const std::span<const utility::BatchFillClock::TimePoint> rows(queued.data(), queued.size());
+  // Counted before the futures complete, so that a snapshot taken once the answers are in has them.
   if (!kivcore::ResultSucceeded(run.result)) {
+    LaneRecorder().RecordAnswers(rows, GetClock().Now(), 0, run.result);
     for (auto& promise : promises) {
       promise.SetException(
           kivcore::config::MakeNestedException(kivcore::kiv_exception(kPredictError, run.result), run.cause));
     }
-    LaneRecorder().RecordAnswers(rows, GetClock().Now(), 0, run.result);
     return;
   }
   // Rows past the real requests are padding: their outputs are dropped with `run`.
   const size_t answered = std::min(promises.size(), run.outputs.size());
+  LaneRecorder().RecordAnswers(rows, GetClock().Now(), answered, eInferenceFailure);
   for (size_t row = 0; row < answered; ++row) {
     promises[row].SetValue(std::move(run.outputs[row]));
   }
@@ -678,7 +677,6 @@ void LocalEvaluator::AnswerBatch(BatchContainer& container, BatchRun run) {
         kivcore::kiv_exception(kPredictError, eInferenceFailure),
         std::make_exception_ptr(kivcore::kiv_exception(cause.c_str(), eInferenceFailure))));
   }
-  LaneRecorder().RecordAnswers(rows, GetClock().Now(), answered, eInferenceFailure);
 }
 
 bool LocalEvaluator::CanRunShortBatch() const {

@@ -10,15 +10,18 @@
 #include <string>
 #include <vector>
 
+#include "kivcore/async/AsyncExecutor.h"
 #include "kivcore/config/kiv_exception.h"
 #include "kivcore/debug/Assert.h"
 #include "kivcore/logging/Logging.h"
 #include "kivml/EvaluatorStatistics.h"
 #include "kivml/ResultCodes.h"
+#include "kivml/Settings.h"
 #include "support/FakeEvaluator.h"
 #include "support/FakeModel.h"
 #include "support/FutureChecks.h"
 #include "support/ManualFillClock.h"
+#include "support/ScopedSetting.h"
 #include "support/SettledStatistics.h"
 
 namespace kivml::testing {
@@ -81,7 +84,7 @@ TEST_F(EvaluatorStatisticsTest, UnbatchedRequestsShowTheirQueueWaitsPredictionsA
   mClock->Advance(5ms);
   Start(*evaluator);
   WaitForAnswers();
-  const EvaluatorStatistics statistics = SettledStatistics(*evaluator);
+  const EvaluatorStatistics statistics = evaluator->GetStatistics();
 
   ASSERT_TRUE(statistics.valid);
   EXPECT_EQ(statistics.queued, 20u);
@@ -126,7 +129,7 @@ TEST_F(EvaluatorStatisticsTest, BatchesShowTheirRowsPaddingAndFillWaits) {
   Queue(*evaluator, 1, 6);
   Start(*evaluator);
   WaitForAnswers();
-  const EvaluatorStatistics statistics = SettledStatistics(*evaluator);
+  const EvaluatorStatistics statistics = evaluator->GetStatistics();
 
   EXPECT_EQ(statistics.answered, 6u);
   EXPECT_EQ(statistics.batches, 2u);
@@ -171,7 +174,7 @@ TEST_F(EvaluatorStatisticsTest, EveryRequestIsCountedOnceByHowItEnded) {
   Queue(*evaluator, 6, 7);
   mFutures[6] = RequestFuture();
   evaluator->ClearQueuedFeatures();  // 6 is terminated, 7 was abandoned
-  const EvaluatorStatistics statistics = SettledStatistics(*evaluator);
+  const EvaluatorStatistics statistics = evaluator->GetStatistics();
 
   EXPECT_EQ(statistics.queued, 7u);
   EXPECT_EQ(statistics.answered, 2u);
@@ -202,7 +205,7 @@ TEST_F(EvaluatorStatisticsTest, ABatchRunAgainRowByRowCountsEachRequestOnce) {
   Queue(*evaluator, 1, 4);
   Start(*evaluator);
   WaitForAnswers();
-  const EvaluatorStatistics statistics = SettledStatistics(*evaluator);
+  const EvaluatorStatistics statistics = evaluator->GetStatistics();
   evaluator.reset();
   kivcore::logging::SetLogSink(previousSink);
 
@@ -216,6 +219,77 @@ TEST_F(EvaluatorStatisticsTest, ABatchRunAgainRowByRowCountsEachRequestOnce) {
   EXPECT_EQ(statistics.fillWait.count, 1u);
   EXPECT_EQ(statistics.queueWait.count, 4u);
   EXPECT_EQ(statistics.completion.count, 4u);
+}
+
+// Runs each task as it is posted, on the posting thread: a continuation then runs inside the completion.
+class InlineExecutor final : public kivcore::async::AsyncExecutor {
+ public:
+  bool Post(std::function<void()> task, int /*priority*/) override {
+    task();
+    return true;
+  }
+  void Pause() override {}
+  void Resume() override {}
+  bool IsPaused() const override { return false; }
+  void Shutdown() override {}
+  bool IsTerminated() const override { return false; }
+};
+
+// A host that reads the statistics as an answer arrives (to reset them after a warm-up, say) finds it
+// counted, whichever way the request ended.
+TEST_F(EvaluatorStatisticsTest, EachRequestIsCountedBeforeItsFutureCompletes) {
+  const auto previousSink = kivcore::logging::SetLogSink([](const std::string&) {});
+  kivcore::debug::ScAssertRecorder asserts;
+  const auto completing = std::make_shared<InlineExecutor>();
+  for (const bool batched : {false, true}) {
+    SCOPED_TRACE(batched ? "batched" : "unbatched");
+    const ScopedSetting noRetries(settings::kRetryFailedBatchRows.key, "false");
+    // Unbatched, 2 fails; batched, the first batch of 4 is answered and the second fails whole.
+    auto evaluator = Make({.onPredict =
+                               [](const utility::FeatureContainerVector& request) {
+                                 if (ValueOf(request) == 2) {
+                                   throw kivcore::kiv_exception("refused", eInferenceFailure);
+                                 }
+                               },
+                           .onPredictBatched =
+                               [](const LocalEvaluator::BatchRows& rows) {
+                                 return ValueOf(rows.front()) == 5 ? eInferenceFailure : 0;
+                               }},
+                          batched);
+    std::mutex mutex;
+    std::vector<uint64_t> accountedAsEachCompleted;
+    std::vector<kivcore::async::Future<void>> continuations;
+    mFutures.clear();
+    const auto watch = [&] {
+      continuations.push_back(mFutures.back().Then(completing, [&](const RequestFuture&) {
+        const uint64_t accounted = Accounted(evaluator->GetStatistics());
+        std::lock_guard lock(mutex);
+        accountedAsEachCompleted.push_back(accounted);
+      }));
+    };
+    for (int32_t value = 1; value <= 8; ++value) {
+      Queue(*evaluator, value, value);
+      watch();
+    }
+    Start(*evaluator);
+    WaitForAnswers();
+    ASSERT_TRUE(evaluator->Pause());
+    for (int32_t value = 9; value <= 10; ++value) {
+      Queue(*evaluator, value, value);
+      watch();
+    }
+    evaluator->ClearQueuedFeatures();
+    for (const auto& continuation : continuations) {
+      ASSERT_TRUE(continuation.WaitFor(kFutureTimeout));
+    }
+    std::lock_guard lock(mutex);
+    ASSERT_EQ(accountedAsEachCompleted.size(), 10u);
+    for (size_t completed = 0; completed < accountedAsEachCompleted.size(); ++completed) {
+      EXPECT_GT(accountedAsEachCompleted[completed], completed)
+          << "as future " << completed + 1 << " completed";
+    }
+  }
+  kivcore::logging::SetLogSink(previousSink);
 }
 
 // Holds every prediction until `count` are in flight together and the test releases them.
@@ -259,7 +333,7 @@ TEST_F(EvaluatorStatisticsTest, EachLaneInUseShowsItsOwnBusyShare) {
   mClock->Advance(10ms);  // both lanes predict through the whole window
   held->Release();
   WaitForAnswers();
-  const EvaluatorStatistics statistics = SettledStatistics(*evaluator);
+  const EvaluatorStatistics statistics = evaluator->GetStatistics();
   ASSERT_EQ(statistics.lanes.size(), 2u);
   for (const auto& lane : statistics.lanes) {
     EXPECT_EQ(lane.predicting, 10ms);
@@ -293,7 +367,7 @@ TEST_F(EvaluatorStatisticsTest, TheWindowRestartsOnResetAndOnlyTheLibrarysEvalua
   Start(*evaluator);
   Queue(*evaluator, 1, 3);
   WaitForAnswers();
-  EXPECT_EQ(SettledStatistics(*evaluator).answered, 3u);
+  EXPECT_EQ(evaluator->GetStatistics().answered, 3u);
 
   mClock->Advance(7ms);
   ASSERT_TRUE(ResetEvaluatorStatistics(reference));
@@ -309,7 +383,7 @@ TEST_F(EvaluatorStatisticsTest, TheWindowRestartsOnResetAndOnlyTheLibrarysEvalua
   mFutures.clear();
   Queue(*evaluator, 4, 4);
   WaitForAnswers();
-  statistics = SettledStatistics(*evaluator);
+  statistics = evaluator->GetStatistics();
   EXPECT_EQ(statistics.queued, 1u);
   EXPECT_EQ(statistics.answered, 1u);
   EXPECT_EQ(statistics.windowSpan, 1ms);

@@ -1,6 +1,7 @@
 #pragma once
-// An evaluator's statistics as a test should read them: a lane records what became of a request just after
-// completing its future, so a test that has seen every answer waits (bounded) for the records to catch up.
+// An evaluator's statistics once every queued request is accounted for. A request is counted before its
+// future completes, so a test that has seen every answer needs no wait; one that dropped futures does, as the
+// lanes still have to come across those requests and skip them.
 
 #include <chrono>
 #include <cstdint>

@@ -18,7 +18,6 @@
 #include "ProgressBar.h"
 #include "RawOrtSession.h"
 #include "SelfExecutable.h"
-#include "SettledStatistics.h"
 #include "ToolError.h"
 #include "WholeNumberValidator.h"
 #include "kivcore/debug/DebugDatabase.h"
@@ -315,7 +314,7 @@ BenchRun BenchCommand::Measure(const ModelSignature& signature, const BenchInput
     for (Contestant& contestant : contestants) {
       std::optional<EvaluatorStatistics> statistics;
       if (contestant.evaluator != nullptr) {
-        statistics = ReadSettledStatistics(*contestant.evaluator);
+        statistics = GetEvaluatorStatistics(*contestant.evaluator);
       }
       contestant.series->points.push_back({clients, std::move(contestant.result), std::move(statistics)});
     }

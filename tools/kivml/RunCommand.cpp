@@ -13,11 +13,11 @@
 #include "CLI11Include.h"
 #include "Formatting.h"
 #include "ModelSignature.h"
-#include "SettledStatistics.h"
 #include "StatisticsFormat.h"
 #include "ToolError.h"
 #include "WholeNumberValidator.h"
 #include "kivml/CreatePreferredEvaluator.h"
+#include "kivml/EvaluatorStatistics.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
 
 namespace kivml::cli {
@@ -234,7 +234,7 @@ int RunCommand::Execute() const {
             << (mRepeat == 1 ? " request" : " requests, answers agree") << "; mean "
             << FormatFixed(seconds * 1e3, 3) << " ms per request\n";
   if (mStats) {
-    StatisticsFormat::Print(std::cerr, ReadSettledStatistics(evaluator));
+    StatisticsFormat::Print(std::cerr, GetEvaluatorStatistics(evaluator));
   }
   return 0;
 }
