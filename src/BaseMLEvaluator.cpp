@@ -15,7 +15,7 @@ namespace kivml {
 
 using kivcore::threads::ScopedLock;
 
-BaseMLEvaluator::BaseMLEvaluator(std::shared_ptr<const utility::BatchFillClock> clock)
+BaseMLEvaluator::BaseMLEvaluator(std::shared_ptr<const BatchFillClock> clock)
     : mClock(std::move(clock)),
       mMutex("kivml::BaseMLEvaluator"),
       mGate(false),
@@ -32,7 +32,7 @@ kivcore::async::Future<utility::FeatureContainerVector> BaseMLEvaluator::QueueFe
   kivcore::async::Promise<utility::FeatureContainerVector> promise;
   kivcore::async::Future<utility::FeatureContainerVector> future = promise.GetFuture();
   try {
-    const utility::BatchFillClock::TimePoint queuedAt = mClock->Now();  // outside the lock: it is shared
+    const BatchFillClock::TimePoint queuedAt = mClock->Now();  // outside the lock: it is shared
     {
       ScopedLock lock(mMutex, "kivml::BaseMLEvaluator::QueueFeatures");
       // Strong guarantee: if the queue cannot grow, the promise and inputs are left where they are.
@@ -166,7 +166,7 @@ EvaluatorStatistics BaseMLEvaluator::GetStatistics() const {
     statistics.windowStart = mWindowStart;
   }
   statistics.windowSpan = std::max(mClock->Now() - statistics.windowStart, std::chrono::nanoseconds::zero());
-  utility::RequestRecords total;
+  RequestRecords total;
   mQueueRecorder.AddTo(total);
   AddWorkerStatistics(total, statistics.windowSpan, statistics.lanes);
   total.Summarise(statistics);
@@ -183,8 +183,7 @@ void BaseMLEvaluator::ResetStatistics() {
   ClearWorkerStatistics();
 }
 
-void BaseMLEvaluator::AddWorkerStatistics(utility::RequestRecords& /*total*/,
-                                          std::chrono::nanoseconds /*span*/,
+void BaseMLEvaluator::AddWorkerStatistics(RequestRecords& /*total*/, std::chrono::nanoseconds /*span*/,
                                           std::vector<EvaluatorStatistics::Lane>& /*lanes*/) const {}
 
 void BaseMLEvaluator::ClearWorkerStatistics() {}

@@ -21,6 +21,11 @@
 #include <memory>
 #include <vector>
 
+#include "BatchFillClock.h"
+#include "ExitBarrier.h"
+#include "QueuedFeatureRequest.h"
+#include "RequestRecorder.h"
+#include "RequestRecords.h"
 #include "kivcore/async/AsyncExecutor.h"
 #include "kivcore/classref/Implements.h"
 #include "kivcore/threads/Gate.h"
@@ -28,17 +33,12 @@
 #include "kivml/EvaluatorStatistics.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/IMLEvaluatorPrivate.h"
-#include "utility/BatchFillClock.h"
-#include "utility/ExitBarrier.h"
-#include "utility/QueuedFeatureRequest.h"
-#include "utility/RequestRecorder.h"
-#include "utility/RequestRecords.h"
 
 namespace kivml {
 
 class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEvaluatorPrivate> {
  public:
-  using RequestQueue = utility::FeatureRequestQueue;
+  using RequestQueue = FeatureRequestQueue;
 
   // The queue length past which producers are told kPause when batching is off.
   static constexpr size_t kUnbatchedThrottleThreshold = 512;
@@ -79,20 +79,19 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   void ResetStatistics();
 
  protected:
-  explicit BaseMLEvaluator(
-      std::shared_ptr<const utility::BatchFillClock> clock = utility::GetSteadyBatchFillClock());
+  explicit BaseMLEvaluator(std::shared_ptr<const BatchFillClock> clock = GetSteadyBatchFillClock());
 
   // Fails the futures of `requests`, in order, skipping abandoned ones; then destroys the requests. Records
   // them as terminated (or abandoned) in the queue's recorder.
   void ErrorOutQueue(RequestQueue& requests) noexcept;
 
   // The evaluator's time source: request stamps, statistics and the batch fill loop's waits.
-  const utility::BatchFillClock& GetClock() const noexcept { return *mClock; }
+  const BatchFillClock& GetClock() const noexcept { return *mClock; }
   // Records what happens to requests outside any lane.
-  utility::RequestRecorder& GetQueueRecorder() noexcept { return mQueueRecorder; }
+  RequestRecorder& GetQueueRecorder() noexcept { return mQueueRecorder; }
   // The worker's part of a snapshot: adds the records of each lane in use into `total` and describes the
   // lanes over a window of `span`. Nothing unless overridden.
-  virtual void AddWorkerStatistics(utility::RequestRecords& total, std::chrono::nanoseconds span,
+  virtual void AddWorkerStatistics(RequestRecords& total, std::chrono::nanoseconds span,
                                    std::vector<EvaluatorStatistics::Lane>& lanes) const;
   // Clears what AddWorkerStatistics reports. Nothing unless overridden.
   virtual void ClearWorkerStatistics();
@@ -116,18 +115,18 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   // Call with the lock held: prunes expired throttles and posts one notification for `queueLength`.
   void PostThrottleNotificationLocked(size_t queueLength);
 
-  const std::shared_ptr<const utility::BatchFillClock> mClock;
+  const std::shared_ptr<const BatchFillClock> mClock;
   kivcore::classref::InterfaceRef<IMLModel> mModel;
   kivcore::threads::RecursiveMutex mMutex;
   RequestQueue mQueue;
   kivcore::threads::Gate mGate;
-  utility::ExitBarrier::GateWatch mGateWatch{mGate};  // a worker waiting for latecomers stops at exit
+  ExitBarrier::GateWatch mGateWatch{mGate};  // a worker waiting for latecomers stops at exit
   ThrottleList mThrottles;
   bool mShouldUseBatching = false;
   std::atomic<size_t> mBatchSize{1};
-  uint64_t mQueued = 0;                             // in this window; guarded by the mutex
-  utility::BatchFillClock::TimePoint mWindowStart;  // guarded by the mutex
-  utility::RequestRecorder mQueueRecorder;
+  uint64_t mQueued = 0;                    // in this window; guarded by the mutex
+  BatchFillClock::TimePoint mWindowStart;  // guarded by the mutex
+  RequestRecorder mQueueRecorder;
   const std::shared_ptr<kivcore::async::AsyncExecutor> mThrottleExecutor;  // serial
 };
 

@@ -10,6 +10,9 @@
 #include <thread>
 #include <utility>
 
+#include "CalculateOptimalBatchSize.h"
+#include "ExitBarrier.h"
+#include "WholeNumberSetting.h"
 #include "gpu/AvailableVideoMemory.h"
 #include "kivcore/config/ExceptionResult.h"
 #include "kivcore/config/NestedException.h"
@@ -27,16 +30,11 @@
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
 #include "kivml/Settings.h"
-#include "utility/CalculateOptimalBatchSize.h"
-#include "utility/ExitBarrier.h"
 #include "utility/TraceCategory.h"
-#include "utility/WholeNumberSetting.h"
 
 namespace kivml {
 
 using kivcore::threads::ScopedLock;
-using utility::BatchContainer;
-using utility::EvaluatorStatistician;
 
 namespace {
 
@@ -55,8 +53,7 @@ constexpr const char* kPredictError = "kivml::LocalEvaluator::ProcessQueueThroug
 
 // Read once per evaluator, when its worker starts; a value that is not a whole number keeps the default.
 std::chrono::microseconds ReadIdleSpin() {
-  const std::optional<uint64_t> microseconds =
-      utility::ReadWholeNumberSetting(settings::kIdleSpinMicroseconds.key);
+  const std::optional<uint64_t> microseconds = ReadWholeNumberSetting(settings::kIdleSpinMicroseconds.key);
   if (!microseconds || *microseconds > std::numeric_limits<uint32_t>::max()) {
     return LocalEvaluator::kDefaultIdleSpin;
   }
@@ -106,7 +103,7 @@ class LocalEvaluator::FillTurn {
   Lanes* const mLanes;
 };
 
-LocalEvaluator::LocalEvaluator(std::shared_ptr<const utility::BatchFillClock> clock)
+LocalEvaluator::LocalEvaluator(std::shared_ptr<const BatchFillClock> clock)
     : BaseMLEvaluator(std::move(clock)) {}
 
 LocalEvaluator::~LocalEvaluator() {
@@ -192,7 +189,7 @@ bool LocalEvaluator::AnotherLaneWaits() const {
   return false;
 }
 
-utility::RequestRecorder& LocalEvaluator::LaneRecorder() noexcept {
+RequestRecorder& LocalEvaluator::LaneRecorder() noexcept {
   return tLane.recorder != nullptr ? *tLane.recorder : GetQueueRecorder();
 }
 
@@ -230,9 +227,8 @@ int LocalEvaluator::SetModel(kivcore::classref::InterfaceRef<IMLModel> model) {
     }
     const uint64_t allowance = QueryAvailableVideoMemory() / 10;
     const FeatureDescriptionVector descriptions = model->GetInputFeatureDescriptions();
-    const size_t batchSize = descriptions.empty() ? 1
-                                                  : utility::CalculateOptimalBatchSize(
-                                                        static_cast<size_t>(allowance), descriptions);
+    const size_t batchSize =
+        descriptions.empty() ? 1 : CalculateOptimalBatchSize(static_cast<size_t>(allowance), descriptions);
     KIV_TRACE(kTraceCategory, 7,
               "Selected batch size for model: " + std::string(model->GetName().View()) + " --> " +
                   std::to_string(batchSize));
@@ -267,7 +263,7 @@ size_t LocalEvaluator::LanesInUse(const Lanes& lanes) {
   return lanes.ready.load() ? lanes.active.load() : lanes.triggers.size();
 }
 
-void LocalEvaluator::AddWorkerStatistics(utility::RequestRecords& total, std::chrono::nanoseconds span,
+void LocalEvaluator::AddWorkerStatistics(RequestRecords& total, std::chrono::nanoseconds span,
                                          std::vector<EvaluatorStatistics::Lane>& lanes) const {
   const std::shared_ptr<Lanes> running = GetLanes();
   if (!running) {
@@ -304,7 +300,7 @@ unsigned LocalEvaluator::ResolveLanes() const {
     ScopedLock lock(GetMutex(), "kivml::LocalEvaluator::ResolveLanes");
     if (mRequestedLanes) {
       lanes = *mRequestedLanes;
-    } else if (const auto setting = utility::ReadWholeNumberSetting(settings::kPredictionLanes.key)) {
+    } else if (const auto setting = ReadWholeNumberSetting(settings::kPredictionLanes.key)) {
       lanes = static_cast<unsigned>(std::min<uint64_t>(*setting, kMostLanes));
     }
   }
@@ -353,13 +349,13 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   auto lanes = std::make_shared<Lanes>();
   lanes->states = std::make_unique<std::atomic<int>[]>(laneCount);
   lanes->statisticians = std::make_unique<EvaluatorStatistician[]>(laneCount);
-  lanes->recorders = std::make_unique<utility::RequestRecorder[]>(laneCount);
+  lanes->recorders = std::make_unique<RequestRecorder[]>(laneCount);
   for (size_t lane = 0; lane < laneCount; ++lane) {
     lanes->states[lane].store(kLaneIdle);
     lanes->triggers.push_back(kivcore::threads::QueueOnlyOnce::Create(
         [weakSelf, lane, batched, idleSpin, retryRowsAlone] {
           // Left after `self`: the run may end by destroying the evaluator.
-          const utility::ExitBarrier::Scope inFlight;
+          const ExitBarrier::Scope inFlight;
           if (const auto self = weakSelf.lock()) {
             self->RunLane(lane, batched, idleSpin, retryRowsAlone);
           }
@@ -374,7 +370,7 @@ kivcore::async::Future<int> LocalEvaluator::StartWorker() {
   kivcore::async::Future<int> loaded = completion->mPromise.GetFuture();
   worker->Post(
       [weakSelf, lanes, completion] {
-        const utility::ExitBarrier::Scope inFlight;
+        const ExitBarrier::Scope inFlight;
         const auto self = weakSelf.lock();
         if (!self) {
           return;  // the completion answers eModelExecutionTerminated
@@ -467,7 +463,7 @@ void LocalEvaluator::RunLane(size_t lane, bool batched, std::chrono::microsecond
     }
     state.store(kLaneIdle);
     // A producer that saw this lane busy counted on it to look again. Paused, the queue waits for Resume.
-    if (!several || utility::ExitBarrier::Exiting() || !HasQueuedItems() || IsWorkerPaused()) {
+    if (!several || ExitBarrier::Exiting() || !HasQueuedItems() || IsWorkerPaused()) {
       break;
     }
     int idle = kLaneIdle;
@@ -507,9 +503,9 @@ void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin
        requests = PopAfterIdleSpin(most, idleSpin)) {
     // A request that follows another at once starts predicting when that one completed: a clock read less
     // per request, which under load is a good part of what recording costs.
-    std::optional<utility::BatchFillClock::TimePoint> now;
+    std::optional<BatchFillClock::TimePoint> now;
     for (; !requests.empty(); requests.pop_front()) {
-      if (utility::ExitBarrier::Exiting()) {
+      if (ExitBarrier::Exiting()) {
         ErrorOutQueue(requests);  // the process goes away: answer now rather than drain the queue
         return;
       }
@@ -547,7 +543,7 @@ void LocalEvaluator::ProcessQueueThroughModelBatched(bool retryRowsAlone) {
       model ? model->GetInputFeatureDescriptions() : FeatureDescriptionVector();
   RequestQueue pending;  // taken from the queue but not yet in a batch
   for (;;) {
-    if (utility::ExitBarrier::Exiting()) {
+    if (ExitBarrier::Exiting()) {
       ErrorOutQueue(pending);  // the process goes away: answer now rather than drain the queue
       return;
     }
@@ -617,7 +613,7 @@ void LocalEvaluator::RetryRowsAlone(BatchContainer& failed, const FeatureDescrip
   // (a division) that the row alone passes.
   const bool pad = !CanRunShortBatch();
   for (RequestQueue requests = failed.TakeRequests(); !requests.empty(); requests.pop_front()) {
-    if (utility::ExitBarrier::Exiting()) {
+    if (ExitBarrier::Exiting()) {
       ErrorOutQueue(requests);
       return;
     }
@@ -638,14 +634,12 @@ void LocalEvaluator::RetryRowsAlone(BatchContainer& failed, const FeatureDescrip
 }
 
 void LocalEvaluator::RecordBatchRun(const BatchContainer& container,
-                                    std::optional<utility::BatchFillClock::TimePoint> fillStart,
-                                    utility::BatchFillClock::TimePoint start,
-                                    utility::BatchFillClock::TimePoint end) {
+                                    std::optional<BatchFillClock::TimePoint> fillStart,
+                                    BatchFillClock::TimePoint start, BatchFillClock::TimePoint end) {
   const auto& queued = container.GetQueuedTimes();
   // A row run again alone waited in the queue only until its first batch.
-  const std::span<const utility::BatchFillClock::TimePoint> firstRun =
-      fillStart ? std::span(queued.data(), queued.size())
-                : std::span<const utility::BatchFillClock::TimePoint>();
+  const std::span<const BatchFillClock::TimePoint> firstRun =
+      fillStart ? std::span(queued.data(), queued.size()) : std::span<const BatchFillClock::TimePoint>();
   LaneRecorder().RecordBatch(firstRun, queued.size(), container.Size() - queued.size(), fillStart, start,
                              end);
 }
@@ -653,7 +647,7 @@ void LocalEvaluator::RecordBatchRun(const BatchContainer& container,
 void LocalEvaluator::AnswerBatch(BatchContainer& container, BatchRun run) {
   auto& promises = container.GetBatchedPromises();
   const auto& queued = container.GetQueuedTimes();
-  const std::span<const utility::BatchFillClock::TimePoint> rows(queued.data(), queued.size());
+  const std::span<const BatchFillClock::TimePoint> rows(queued.data(), queued.size());
   // Counted before the futures complete, so that a snapshot taken once the answers are in has them.
   if (!kivcore::ResultSucceeded(run.result)) {
     LaneRecorder().RecordAnswers(rows, GetClock().Now(), 0, run.result);
@@ -695,7 +689,7 @@ bool LocalEvaluator::IsWorkerPaused() const {
 void LocalEvaluator::CheckBatchRow(const utility::FeatureContainerVector& /*row*/,
                                    const utility::FeatureContainerVector* /*firstRow*/) {}
 
-void LocalEvaluator::AdmitToBatch(BatchContainer& container, utility::QueuedFeatureRequest&& request) {
+void LocalEvaluator::AdmitToBatch(BatchContainer& container, QueuedFeatureRequest&& request) {
   if (!request.mPromise.IsAbandoned()) {
     const auto& rows = container.GetBatchedFeatures();
     try {
@@ -715,7 +709,7 @@ void LocalEvaluator::AdmitToBatch(BatchContainer& container, utility::QueuedFeat
 
 bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pending,
                                    const EvaluatorStatistician& statistician,
-                                   utility::BatchFillClock::TimePoint start) {
+                                   BatchFillClock::TimePoint start) {
   static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> fillRegion(
       "kivmachinelearning.LocalEvaluator FillBatchLoop");
   auto scope = fillRegion->Scope();
@@ -749,7 +743,7 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
     SetLaneWaiting(true);
     const bool opened = GetClock().WaitAtGate(GetGate(), GetClock().Now() + wait);
     SetLaneWaiting(false);
-    if (!opened || utility::ExitBarrier::Exiting()) {
+    if (!opened || ExitBarrier::Exiting()) {
       break;  // nobody came in time, or nobody will: run what we have
     }
   }

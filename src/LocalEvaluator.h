@@ -39,18 +39,18 @@
 #include <vector>
 
 #include "BaseMLEvaluator.h"
+#include "BatchContainer.h"
+#include "BatchFillClock.h"
+#include "EvaluatorStatistician.h"
+#include "RequestRecorder.h"
 #include "kivcore/threads/AsyncThreadedExecutor.h"
 #include "kivcore/threads/QueueOnlyOnce.h"
-#include "utility/BatchContainer.h"
-#include "utility/BatchFillClock.h"
-#include "utility/EvaluatorStatistician.h"
-#include "utility/RequestRecorder.h"
 
 namespace kivml {
 
 class LocalEvaluator : public BaseMLEvaluator {
  public:
-  using BatchRows = utility::BatchContainer::FeatureVectors;
+  using BatchRows = BatchContainer::FeatureVectors;
   using BatchOutputs = std::vector<utility::FeatureContainerVector,
                                    kivcore::allocator::STLAllocator<utility::FeatureContainerVector>>;
 
@@ -127,14 +127,13 @@ class LocalEvaluator : public BaseMLEvaluator {
                              const utility::FeatureContainerVector* firstRow);
 
  protected:
-  explicit LocalEvaluator(
-      std::shared_ptr<const utility::BatchFillClock> clock = utility::GetSteadyBatchFillClock());
+  explicit LocalEvaluator(std::shared_ptr<const BatchFillClock> clock = GetSteadyBatchFillClock());
 
   // Free video memory of the adapter GPU evaluation would use; 0 when unknown.
   virtual uint64_t QueryAvailableVideoMemory() const;
 
   // \see BaseMLEvaluator: one entry per lane in use.
-  void AddWorkerStatistics(utility::RequestRecords& total, std::chrono::nanoseconds span,
+  void AddWorkerStatistics(RequestRecords& total, std::chrono::nanoseconds span,
                            std::vector<EvaluatorStatistics::Lane>& lanes) const override;
   void ClearWorkerStatistics() override;
 
@@ -160,13 +159,13 @@ class LocalEvaluator : public BaseMLEvaluator {
     uint64_t fillServing = 0;  // guarded by fillMutex
     // Each lane's batch times: a lane's runs never overlap, though they may move between the workers'
     // threads, so these need no lock.
-    std::unique_ptr<utility::EvaluatorStatistician[]> statisticians;
+    std::unique_ptr<EvaluatorStatistician[]> statisticians;
     // The estimate of the last lane that has timed enough batches to have one (ms; -1: none yet). A lane
     // without an estimate of its own waits that long for latecomers rather than the cold default: under
     // light traffic a lane may take long to time batches of its own.
     std::atomic<int64_t> sharedEstimateMs{-1};
     // What each lane ran, for the evaluator's statistics.
-    std::unique_ptr<utility::RequestRecorder[]> recorders;
+    std::unique_ptr<RequestRecorder[]> recorders;
   };
 
   // The lane whose run this thread is in, while it is in one (and there are several); its state tells
@@ -174,8 +173,8 @@ class LocalEvaluator : public BaseMLEvaluator {
   struct LaneOfThread {
     std::atomic<int>* state = nullptr;
     Lanes* lanes = nullptr;
-    utility::EvaluatorStatistician* statistician = nullptr;
-    utility::RequestRecorder* recorder = nullptr;  // set with one lane too
+    EvaluatorStatistician* statistician = nullptr;
+    RequestRecorder* recorder = nullptr;  // set with one lane too
   };
   static thread_local LaneOfThread tLane;
   class FillTurn;
@@ -208,7 +207,7 @@ class LocalEvaluator : public BaseMLEvaluator {
   // Marks this thread's lane as waiting (or busy again), where lanes are in use.
   void SetLaneWaiting(bool waiting) const;
   // Where this thread's lane records what it runs; the queue's recorder outside a lane.
-  utility::RequestRecorder& LaneRecorder() noexcept;
+  RequestRecorder& LaneRecorder() noexcept;
   // The single loop: predicts each queued request on its own until the queue stays empty for `idleSpin`.
   void ProcessQueueThroughModel(std::chrono::microseconds idleSpin);
   // What one batched prediction gave: its result code, the backend's exception when it threw, and the
@@ -223,24 +222,22 @@ class LocalEvaluator : public BaseMLEvaluator {
   // `retryRowsAlone`, the requests of a failed batch run again one by one.
   void ProcessQueueThroughModelBatched(bool retryRowsAlone);
   // PredictBatched over the container's rows; a failure is logged and asserted against.
-  BatchRun RunBatch(const utility::BatchContainer& container);
+  BatchRun RunBatch(const BatchContainer& container);
   // Runs each real request of `failed` alone and answers it from that run.
-  void RetryRowsAlone(utility::BatchContainer& failed, const FeatureDescriptionVector& descriptions);
+  void RetryRowsAlone(BatchContainer& failed, const FeatureDescriptionVector& descriptions);
   // Fills `container` from `pending` and the queue, waiting for latecomers when the backend wants full
   // batches; `start` is when filling began. False when there is nothing to run.
-  bool FillBatchLoop(utility::BatchContainer& container, RequestQueue& pending,
-                     const utility::EvaluatorStatistician& statistician,
-                     utility::BatchFillClock::TimePoint start);
+  bool FillBatchLoop(BatchContainer& container, RequestQueue& pending,
+                     const EvaluatorStatistician& statistician, BatchFillClock::TimePoint start);
   // Answers the container's requests from `run`: their rows, or the failure with its cause attached.
-  void AnswerBatch(utility::BatchContainer& container, BatchRun run);
+  void AnswerBatch(BatchContainer& container, BatchRun run);
   // Records one batched prediction of the container's rows from `start` to `end`, filled from `fillStart`;
   // none for a request run again alone.
-  void RecordBatchRun(const utility::BatchContainer& container,
-                      std::optional<utility::BatchFillClock::TimePoint> fillStart,
-                      utility::BatchFillClock::TimePoint start, utility::BatchFillClock::TimePoint end);
+  void RecordBatchRun(const BatchContainer& container, std::optional<BatchFillClock::TimePoint> fillStart,
+                      BatchFillClock::TimePoint start, BatchFillClock::TimePoint end);
   // Adds `request` to `container` unless CheckBatchRow refuses it, which fails the request, or nobody waits
   // for its answer.
-  void AdmitToBatch(utility::BatchContainer& container, utility::QueuedFeatureRequest&& request);
+  void AdmitToBatch(BatchContainer& container, QueuedFeatureRequest&& request);
 
   std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex
   std::shared_ptr<Lanes> mLanes;                                     // guarded by the evaluator's mutex

@@ -5,6 +5,7 @@
 #include <string>
 #include <type_traits>
 
+#include "ExitBarrier.h"
 #include "kivcore/config/NestedException.h"
 #include "kivcore/config/kiv_exception.h"
 #include "kivcore/debug/DebugDatabase.h"
@@ -23,7 +24,6 @@
 #include "onnxruntime/ORTEnvironment.h"
 #include "onnxruntime/ORTTensorConversion.h"
 #include "onnxruntime/PredictException.h"
-#include "utility/ExitBarrier.h"
 #include "utility/TraceCategory.h"
 
 namespace kivml::ort {
@@ -100,7 +100,7 @@ kivcore::u8string LookupCustomMetadata(const OrtModelMetadata& metadata, OrtAllo
 void WaitForWorkersAtExit(bool gpuSession) {
   static std::once_flag cpu;
   static std::once_flag gpu;
-  std::call_once(gpuSession ? gpu : cpu, utility::ExitBarrier::WaitAtExit);
+  std::call_once(gpuSession ? gpu : cpu, ExitBarrier::WaitAtExit);
 }
 
 }  // namespace

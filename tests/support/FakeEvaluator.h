@@ -57,13 +57,12 @@ class FakeEvaluator final : public LocalEvaluator {
  public:
   using Behaviour = FakeBackendBehaviour;
 
-  explicit FakeEvaluator(Behaviour behaviour, std::shared_ptr<const utility::BatchFillClock> clock =
-                                                  utility::GetSteadyBatchFillClock())
+  explicit FakeEvaluator(Behaviour behaviour,
+                         std::shared_ptr<const BatchFillClock> clock = GetSteadyBatchFillClock())
       : LocalEvaluator(std::move(clock)), mBehaviour(std::move(behaviour)) {}
 
   static std::shared_ptr<FakeEvaluator> Create(
-      Behaviour behaviour = {},
-      std::shared_ptr<const utility::BatchFillClock> clock = utility::GetSteadyBatchFillClock()) {
+      Behaviour behaviour = {}, std::shared_ptr<const BatchFillClock> clock = GetSteadyBatchFillClock()) {
     return kivcore::classref::CreateObject<FakeEvaluator>(std::move(behaviour), std::move(clock));
   }
 

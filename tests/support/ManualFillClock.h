@@ -7,11 +7,11 @@
 #include <mutex>
 #include <vector>
 
-#include "utility/BatchFillClock.h"
+#include "BatchFillClock.h"
 
 namespace kivml::testing {
 
-class ManualFillClock final : public utility::BatchFillClock {
+class ManualFillClock final : public BatchFillClock {
  public:
   TimePoint Now() const override {
     std::lock_guard lock(mMutex);

@@ -7,7 +7,7 @@
 
 #include "kivcore/threads/Gate.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 class BatchFillClock {
  public:
@@ -22,4 +22,4 @@ class BatchFillClock {
 // The steady clock with real waits; shared, stateless.
 std::shared_ptr<const BatchFillClock> GetSteadyBatchFillClock();
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -1,9 +1,9 @@
-#include "utility/DurationHistogram.h"
+#include "DurationHistogram.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace kivml::utility {
+namespace kivml {
 
 namespace {
 
@@ -82,4 +82,4 @@ EvaluatorStatistics::Durations DurationHistogram::Summarise() const {
   return summary;
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

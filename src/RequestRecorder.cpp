@@ -1,8 +1,8 @@
-#include "utility/RequestRecorder.h"
+#include "RequestRecorder.h"
 
 #include <utility>
 
-namespace kivml::utility {
+namespace kivml {
 
 namespace {
 
@@ -58,4 +58,4 @@ void RequestRecorder::Clear() {
   std::swap(mRecords, cleared);
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -10,9 +10,9 @@
 #include <optional>
 #include <span>
 
-#include "utility/RequestRecords.h"
+#include "RequestRecords.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 class RequestRecorder {
  public:
@@ -37,4 +37,4 @@ class RequestRecorder {
   RequestRecords mRecords;
 };
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -10,21 +10,22 @@
 #include "kivcore/async/Promise.h"
 #include "kivml/IMLEvaluator.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 struct QueuedFeatureRequest {
   // Spelled out so that emplace_back constructs in place on compilers without parenthesised aggregate
   // initialisation (clang before 16): the queue relies on nothing being moved before it has grown.
-  QueuedFeatureRequest(kivcore::async::Promise<FeatureContainerVector>&& promise,
-                       FeatureContainerVector&& inputs, std::chrono::steady_clock::time_point queuedAt = {})
+  QueuedFeatureRequest(kivcore::async::Promise<utility::FeatureContainerVector>&& promise,
+                       utility::FeatureContainerVector&& inputs,
+                       std::chrono::steady_clock::time_point queuedAt = {})
       : mPromise(std::move(promise)), mInputs(std::move(inputs)), mQueuedAt(queuedAt) {}
 
-  kivcore::async::Promise<FeatureContainerVector> mPromise;
-  FeatureContainerVector mInputs;
+  kivcore::async::Promise<utility::FeatureContainerVector> mPromise;
+  utility::FeatureContainerVector mInputs;
   std::chrono::steady_clock::time_point mQueuedAt;  // by the evaluator's clock
 };
 
 using FeatureRequestQueue =
     std::deque<QueuedFeatureRequest, kivcore::allocator::STLAllocator<QueuedFeatureRequest>>;
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -4,12 +4,12 @@
 #include <deque>
 #include <limits>
 
+#include "BatchContainer.h"
+#include "CalculateOptimalBatchSize.h"
+#include "EvaluatorStatistician.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
 #include "support/FakeTensorDescription.h"
-#include "utility/BatchContainer.h"
-#include "utility/CalculateOptimalBatchSize.h"
-#include "utility/EvaluatorStatistician.h"
 
 namespace kivml::utility {
 namespace {

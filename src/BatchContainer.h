@@ -7,19 +7,19 @@
 #include <functional>
 #include <vector>
 
+#include "QueuedFeatureRequest.h"
 #include "kivcore/allocator/STLAllocator.h"
 #include "kivml/IMLModel.h"
-#include "utility/QueuedFeatureRequest.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 class BatchContainer {
  public:
-  using FeatureVectors =
-      std::vector<FeatureContainerVector, kivcore::allocator::STLAllocator<FeatureContainerVector>>;
+  using FeatureVectors = std::vector<utility::FeatureContainerVector,
+                                     kivcore::allocator::STLAllocator<utility::FeatureContainerVector>>;
   using Promises =
-      std::vector<kivcore::async::Promise<FeatureContainerVector>,
-                  kivcore::allocator::STLAllocator<kivcore::async::Promise<FeatureContainerVector>>>;
+      std::vector<kivcore::async::Promise<utility::FeatureContainerVector>,
+                  kivcore::allocator::STLAllocator<kivcore::async::Promise<utility::FeatureContainerVector>>>;
   using QueuedTimes = std::vector<std::chrono::steady_clock::time_point,
                                   kivcore::allocator::STLAllocator<std::chrono::steady_clock::time_point>>;
   template <class T>
@@ -45,7 +45,7 @@ class BatchContainer {
   // Pads the batch with dummy rows (no promise) up to the batch size; returns how many it added.
   size_t FinalizeBatch();
   // Pads the batch with copies of `row` (no promise) up to the batch size; returns how many it added.
-  size_t PadWith(const FeatureContainerVector& row);
+  size_t PadWith(const utility::FeatureContainerVector& row);
   // Takes the real rows back out as requests, in order, and empties the batch.
   FeatureRequestQueue TakeRequests();
 
@@ -68,4 +68,4 @@ class BatchContainer {
   QueuedTimes mQueuedTimes;
 };
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -1,4 +1,4 @@
-#include "utility/BatchContainer.h"
+#include "BatchContainer.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,14 +8,14 @@
 #include "kivml/utility/TensorFactories.h"
 #include "utility/TensorDescription.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 namespace {
 
 // Gives each free dimension (-1) the size it has in `row`'s tensor of the same name, or 1 when the row has
 // none to copy, so that dummy rows agree with the real rows of their batch (image height and width...).
 FeatureDescriptionVector SizeFreeDimensions(const FeatureDescriptionVector& descriptions,
-                                            const FeatureContainerVector& row) {
+                                            const utility::FeatureContainerVector& row) {
   FeatureDescriptionVector sized;
   sized.reserve(descriptions.size());
   for (const auto& description : descriptions) {
@@ -38,7 +38,7 @@ FeatureDescriptionVector SizeFreeDimensions(const FeatureDescriptionVector& desc
       }
     }
     sized.push_back(kivcore::classref::MakeInterfaceRef<IFeatureDescription>(
-        kivcore::classref::CreateObject<TensorDescription>(
+        kivcore::classref::CreateObject<utility::TensorDescription>(
             tensorDescription->GetName(), tensorDescription->GetTensorDataType(), std::move(shape))));
   }
   return sized;
@@ -73,12 +73,12 @@ size_t BatchContainer::FinalizeBatch() {
     return 0;
   }
   // Every dummy row shares the same zero-filled tensors: backends only read their inputs.
-  return PadWith(CreateDummyTensors(mBatchedFeatures.empty()
-                                        ? mInputDescriptions
-                                        : SizeFreeDimensions(mInputDescriptions, mBatchedFeatures.front())));
+  return PadWith(utility::CreateDummyTensors(
+      mBatchedFeatures.empty() ? mInputDescriptions
+                               : SizeFreeDimensions(mInputDescriptions, mBatchedFeatures.front())));
 }
 
-size_t BatchContainer::PadWith(const FeatureContainerVector& row) {
+size_t BatchContainer::PadWith(const utility::FeatureContainerVector& row) {
   const size_t count = mBatchSize > mBatchedFeatures.size() ? mBatchSize - mBatchedFeatures.size() : 0;
   // Copies share the row's tensors, not their bytes.
   mBatchedFeatures.insert(mBatchedFeatures.end(), count, row);
@@ -97,4 +97,4 @@ FeatureRequestQueue BatchContainer::TakeRequests() {
   return requests;
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -1,17 +1,17 @@
-#include "utility/CalculateOptimalBatchSize.h"
+#include "CalculateOptimalBatchSize.h"
 
 #include <algorithm>
 #include <limits>
 #include <mutex>
 #include <optional>
 
+#include "WholeNumberSetting.h"
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivml/ITensorFeatureDescription.h"
 #include "kivml/Settings.h"
 #include "kivml/utility/TensorLayout.h"
-#include "utility/WholeNumberSetting.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 namespace {
 
@@ -44,7 +44,7 @@ size_t CalculateOptimalBatchSize(size_t memoryAllowance, const FeatureDescriptio
   }
   uint64_t rowBytes = 0;
   for (const auto& description : descriptions) {
-    rowBytes += CalculateTensorFeatureSize(description.Query<ITensorFeatureDescription>());
+    rowBytes += utility::CalculateTensorFeatureSize(description.Query<ITensorFeatureDescription>());
   }
   rowBytes = std::max<uint64_t>(rowBytes, 1);
 
@@ -58,4 +58,4 @@ size_t CalculateOptimalBatchSize(size_t memoryAllowance, const FeatureDescriptio
   return static_cast<size_t>(std::min(std::max(rows, kRowGranule), cap));
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -11,11 +11,11 @@
 #include <span>
 #include <tuple>
 
+#include "BoostHistogram.h"
+#include "DurationHistogram.h"
 #include "kivml/EvaluatorStatistics.h"
-#include "utility/BoostHistogram.h"
-#include "utility/DurationHistogram.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 class RequestRecords {
  public:
@@ -66,4 +66,4 @@ class RequestRecords {
   DurationHistogram mFillWait;
 };
 
-}  // namespace kivml::utility
+}  // namespace kivml

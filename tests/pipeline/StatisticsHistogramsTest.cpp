@@ -7,10 +7,10 @@
 #include <cmath>
 #include <vector>
 
+#include "DurationHistogram.h"
+#include "RequestRecords.h"
 #include "kivml/EvaluatorStatistics.h"
 #include "kivml/ResultCodes.h"
-#include "utility/DurationHistogram.h"
-#include "utility/RequestRecords.h"
 
 namespace kivml::utility {
 namespace {

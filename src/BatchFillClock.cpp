@@ -1,6 +1,6 @@
-#include "utility/BatchFillClock.h"
+#include "BatchFillClock.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 BatchFillClock::~BatchFillClock() = default;
 
@@ -21,4 +21,4 @@ std::shared_ptr<const BatchFillClock> GetSteadyBatchFillClock() {
   return clock;
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

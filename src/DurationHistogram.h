@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <tuple>
 
+#include "BoostHistogram.h"
 #include "kivml/EvaluatorStatistics.h"
-#include "utility/BoostHistogram.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 class DurationHistogram {
  public:
@@ -48,4 +48,4 @@ class DurationHistogram {
   Duration mMax{};
 };
 
-}  // namespace kivml::utility
+}  // namespace kivml

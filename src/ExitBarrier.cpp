@@ -1,4 +1,4 @@
-#include "utility/ExitBarrier.h"
+#include "ExitBarrier.h"
 
 #include <atomic>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-namespace kivml::utility {
+namespace kivml {
 
 namespace {
 
@@ -71,4 +71,4 @@ void ExitBarrier::WaitAtExit() {
   std::atexit(WaitForRuns);
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -1,8 +1,8 @@
-#include "utility/EvaluatorStatistician.h"
+#include "EvaluatorStatistician.h"
 
 #include <cmath>
 
-namespace kivml::utility {
+namespace kivml {
 
 EvaluatorStatistician::ScopedTimer::ScopedTimer(EvaluatorStatistician& statistician,
                                                 std::function<Clock::time_point()> now)
@@ -33,4 +33,4 @@ std::chrono::milliseconds EvaluatorStatistician::GetExpectedBatchInferenceTime(
   return std::chrono::milliseconds(std::llround(mSmoothedTime));
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

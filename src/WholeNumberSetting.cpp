@@ -1,4 +1,4 @@
-#include "utility/WholeNumberSetting.h"
+#include "WholeNumberSetting.h"
 
 #include <charconv>
 #include <string>
@@ -6,7 +6,7 @@
 #include "kivcore/debug/DebugDatabase.h"
 #include "kivcore/string/StringConversions.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 std::optional<uint64_t> ReadWholeNumberSetting(std::string_view key) {
   const auto& database = kivcore::debug::DebugDatabase::Instance();
@@ -24,4 +24,4 @@ std::optional<uint64_t> ReadWholeNumberSetting(std::string_view key) {
   return value;
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml

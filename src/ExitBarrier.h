@@ -12,7 +12,7 @@
 
 #include "kivcore/threads/Gate.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 class ExitBarrier {
  public:
@@ -46,4 +46,4 @@ class ExitBarrier {
   static void WaitAtExit();
 };
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <functional>
 
-namespace kivml::utility {
+namespace kivml {
 
 class EvaluatorStatistician {
  public:
@@ -57,4 +57,4 @@ class EvaluatorStatistician {
   double mSecondFactor = 0.0;
 };
 
-}  // namespace kivml::utility
+}  // namespace kivml

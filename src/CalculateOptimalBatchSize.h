@@ -7,7 +7,7 @@
 
 #include "kivml/IMLModel.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 // Rows that fit into `memoryAllowance` bytes, rounded up to a multiple of 8, at least 8 and at most
 // 8 × the debug-database value "kivml.BatchSizeMultiplier" (default 16: so 8 to 128). An allowance of 0
@@ -18,4 +18,4 @@ size_t CalculateOptimalBatchSize(size_t memoryAllowance, const FeatureDescriptio
 // The multiplier as read now; the value is cached until the debug database changes.
 uint64_t GetBatchSizeMultiplier();
 
-}  // namespace kivml::utility
+}  // namespace kivml

@@ -1,10 +1,10 @@
-#include "utility/RequestRecords.h"
+#include "RequestRecords.h"
 
 #include <algorithm>
 
 #include "kivml/ResultCodes.h"
 
-namespace kivml::utility {
+namespace kivml {
 
 RequestRecords::RequestRecords()
     : mRowsPerBatch(boost::histogram::make_histogram_with(boost::histogram::dense_storage<uint64_t>(),
@@ -103,4 +103,4 @@ void RequestRecords::Summarise(EvaluatorStatistics& statistics) const {
   statistics.fillWait = mFillWait.Summarise();
 }
 
-}  // namespace kivml::utility
+}  // namespace kivml
