@@ -33,13 +33,19 @@ class BatchContainer {
 
   // Moves items from the front of `items` into the batch, each turned into a request by `transformer`,
   // until the batch is full or `items` is empty. Items taken are removed from `items`, dropped ones too.
+  // Returns how many were dropped: nobody waited for their answer, or the transformer had already answered
+  // them and handed over an empty promise.
   template <class Container>
-  void FillBatchFromContainer(Container& items,
-                              const Transformer<typename Container::value_type>& transformer) {
+  size_t FillBatchFromContainer(Container& items,
+                                const Transformer<typename Container::value_type>& transformer) {
+    size_t dropped = 0;
     while (!IsFull() && !items.empty()) {
-      AddToBatch(transformer(items.front()));
+      if (!AddToBatch(transformer(items.front()))) {
+        ++dropped;
+      }
       items.pop_front();
     }
+    return dropped;
   }
 
   // Pads the batch with dummy rows (no promise) up to the batch size; returns how many it added.

@@ -689,7 +689,8 @@ bool LocalEvaluator::IsWorkerPaused() const {
 void LocalEvaluator::CheckBatchRow(const utility::FeatureContainerVector& /*row*/,
                                    const utility::FeatureContainerVector* /*firstRow*/) {}
 
-void LocalEvaluator::AdmitToBatch(BatchContainer& container, QueuedFeatureRequest&& request) {
+QueuedFeatureRequest LocalEvaluator::AdmitToBatch(const BatchContainer& container,
+                                                  QueuedFeatureRequest& request, size_t& refused) {
   if (!request.mPromise.IsAbandoned()) {
     const auto& rows = container.GetBatchedFeatures();
     try {
@@ -697,14 +698,12 @@ void LocalEvaluator::AdmitToBatch(BatchContainer& container, QueuedFeatureReques
     } catch (...) {
       const std::exception_ptr failure = std::current_exception();
       LaneRecorder().RecordOutcome(FailureResult(failure), 1);
-      request.mPromise.SetException(failure);
-      return;
+      auto answered = std::move(request.mPromise);
+      answered.SetException(failure);
+      ++refused;
     }
   }
-  // The batch has room (the fill loop stops when it is full): a refusal means nobody waits for the answer.
-  if (!container.AddToBatch(std::move(request))) {
-    LaneRecorder().RecordAbandoned(1);
-  }
+  return std::move(request);
 }
 
 bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pending,
@@ -720,9 +719,11 @@ bool LocalEvaluator::FillBatchLoop(BatchContainer& container, RequestQueue& pend
       // Once a batch has rows it runs, paused or not; an empty one waits for Resume.
       pending = PopUnlessPaused(TakeLimit(container.BatchSize() - container.Size()), !container.IsEmpty());
     }
-    while (!container.IsFull() && !pending.empty()) {
-      AdmitToBatch(container, std::move(pending.front()));
-      pending.pop_front();
+    size_t refused = 0;
+    const size_t dropped = container.FillBatchFromContainer(
+        pending, [&](QueuedFeatureRequest& request) { return AdmitToBatch(container, request, refused); });
+    if (dropped > refused) {
+      LaneRecorder().RecordAbandoned(dropped - refused);  // nobody waits for their answers
     }
     if (pending.empty() && container.IsEmpty()) {
       return false;

@@ -235,9 +235,10 @@ class LocalEvaluator : public BaseMLEvaluator {
   // none for a request run again alone.
   void RecordBatchRun(const BatchContainer& container, std::optional<BatchFillClock::TimePoint> fillStart,
                       BatchFillClock::TimePoint start, BatchFillClock::TimePoint end);
-  // Adds `request` to `container` unless CheckBatchRow refuses it, which fails the request, or nobody waits
-  // for its answer.
-  void AdmitToBatch(BatchContainer& container, QueuedFeatureRequest&& request);
+  // `request` as the next row of `container`; when CheckBatchRow refuses it, the request is failed, counted
+  // in `refused` and handed back without its promise, so that the container drops it.
+  QueuedFeatureRequest AdmitToBatch(const BatchContainer& container, QueuedFeatureRequest& request,
+                                    size_t& refused);
 
   std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex
   std::shared_ptr<Lanes> mLanes;                                     // guarded by the evaluator's mutex

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <limits>
+#include <stdexcept>
 
 #include "BatchContainer.h"
 #include "CalculateOptimalBatchSize.h"
@@ -111,6 +112,30 @@ TEST(BatchContainerTest, FillsFromAnotherContainerUntilFull) {
   EXPECT_EQ(items, (std::deque<int>{4, 5}));
   ASSERT_EQ(container.Size(), 3u);
   EXPECT_EQ(container.GetBatchedFeatures()[2].size(), 3u);
+
+  // An item whose request nobody waits for, or that the transformer answered itself (handing over an empty
+  // promise), is taken from `items` and dropped, and the caller learns how many were.
+  BatchContainer other(3, FourByteRow());
+  items = {1, 2, 3, 4, 5, 6};
+  futures.clear();
+  const size_t dropped = other.FillBatchFromContainer(items, [&](int& item) {
+    Promise<FeatureContainerVector> promise;
+    auto future = promise.GetFuture();
+    if (item == 3) {
+      auto answered = std::move(promise);
+      answered.SetException(std::make_exception_ptr(std::runtime_error("refused")));
+    }
+    if (item != 2) {
+      futures.push_back(std::move(future));  // 2's is dropped: abandoned
+    }
+    return QueuedFeatureRequest{std::move(promise), FeatureContainerVector(static_cast<size_t>(item))};
+  });
+  EXPECT_EQ(dropped, 2u);
+  EXPECT_EQ(items, (std::deque<int>{6}));
+  ASSERT_EQ(other.Size(), 3u);
+  EXPECT_EQ(other.GetBatchedFeatures()[0].size(), 1u);
+  EXPECT_EQ(other.GetBatchedFeatures()[1].size(), 4u);
+  EXPECT_EQ(other.GetBatchedFeatures()[2].size(), 5u);
 }
 
 TEST(EvaluatorStatisticianTest, EstimatesOnlyFromTheFourthSample) {
