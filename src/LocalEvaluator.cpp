@@ -7,7 +7,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "CalculateOptimalBatchSize.h"
@@ -480,19 +479,11 @@ LocalEvaluator::RequestQueue LocalEvaluator::PopAfterIdleSpin(size_t most,
   if (!requests.empty() || idleSpin.count() == 0 || AnotherLaneWaits()) {
     return requests;  // one watching lane is enough: the next request goes to it
   }
-  // Watches the gate, one atomic load, rather than the queue's lock, so producers are not held up. Yields
-  // between looks: on a machine with fewer cores than busy threads the producer needs this one.
   SetLaneWaiting(true);
-  const auto until = std::chrono::steady_clock::now() + idleSpin;
-  while (!GetGate().IsOpen()) {
-    if (std::chrono::steady_clock::now() >= until) {
-      SetLaneWaiting(false);
-      return requests;
-    }
-    std::this_thread::yield();
-  }
+  const bool opened = GetClock().SpinAtGate(GetGate(), GetClock().Now() + idleSpin);
   SetLaneWaiting(false);
-  return PopUnlessPaused(most);  // empty if paused meanwhile: Resume triggers the loop again
+  // Empty if paused meanwhile: Resume triggers the loop again.
+  return opened ? PopUnlessPaused(most) : std::move(requests);
 }
 
 void LocalEvaluator::ProcessQueueThroughModel(std::chrono::microseconds idleSpin) {

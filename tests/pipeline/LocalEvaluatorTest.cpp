@@ -264,6 +264,40 @@ TEST_F(LocalEvaluatorTest, SingleLoopFailsOnlyTheRequestThatThrowsAndSkipsAbando
   EXPECT_TRUE(evaluator->Batches().empty());
 }
 
+TEST_F(LocalEvaluatorTest, AnIdleLaneSpinsForTheSetTimeAndTakesWhatArrivesMeanwhileAtOnce) {
+  {
+    const ScopedSetting spin(settings::kIdleSpinMicroseconds.key, "250");
+    auto evaluator = Start({.batched = false});
+    std::promise<RequestFuture> queuedDuringSpin;
+    std::promise<void> spunAgain;
+    mClock->DuringNextSpin([&] {
+      queuedDuringSpin.set_value(evaluator->QueueFeatures(MakeRequest(2)));
+      mClock->DuringNextSpin([&] { spunAgain.set_value(); });
+    });
+    mFutures.push_back(evaluator->QueueFeatures(MakeRequest(1)));
+    auto second = queuedDuringSpin.get_future();
+    ASSERT_EQ(second.wait_for(kFutureTimeout), std::future_status::ready);
+    mFutures.push_back(second.get());
+    ExpectEchoed({1, 2});
+    ASSERT_EQ(spunAgain.get_future().wait_for(kFutureTimeout), std::future_status::ready);
+    // The first spin ended as 2 came, which so waited no time at all.
+    EXPECT_EQ(mClock->Spins(), (std::vector<std::chrono::microseconds>{250us, 250us}));
+    EXPECT_EQ(evaluator->GetStatistics().queueWait.max, 0ns);
+  }
+  {
+    const ScopedSetting noSpin(settings::kIdleSpinMicroseconds.key, "0");
+    auto clock = std::make_shared<ManualFillClock>();
+    auto evaluator = FakeEvaluator::Create({}, clock);
+    evaluator->SetModel(MakeScalarModel());
+    const auto started = evaluator->Start();
+    ASSERT_TRUE(started.WaitFor(kFutureTimeout));
+    for (int32_t value : {3, 4}) {
+      ASSERT_EQ(ResultOf(evaluator->QueueFeatures(MakeRequest(value))), 0);
+    }
+    EXPECT_TRUE(clock->Spins().empty());
+  }
+}
+
 TEST_F(LocalEvaluatorTest, LifecyclePauseResumeAndDestructionWhilePaused) {
   auto evaluator = FakeEvaluator::Create({.loadResult = eBadFeatureDescriptions}, mClock);
   evaluator->SetModel(MakeScalarModel());
