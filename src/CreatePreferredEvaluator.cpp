@@ -12,13 +12,11 @@
 #include "kivcore/config/kiv_exception.h"
 #include "kivcore/logging/Logging.h"
 #include "kivml/IMLEvaluatorPrivate.h"
+#include "kivml/ResultCodes.h"
 
 namespace kivml {
 
 namespace {
-
-// The code that stands when no evaluator can be made.
-constexpr int eNoEvaluator = static_cast<int>(0xA00F0001u);
 
 // Starts `evaluator` (bound and configured); the future completes with it once its model has loaded,
 // or fails with the load's code, saying why and carrying the load's exception.

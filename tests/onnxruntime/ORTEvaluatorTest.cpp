@@ -235,7 +235,7 @@ TEST_F(ORTEvaluatorTest, UnmappedElementTypesAreRejected) {
   const auto evaluator = Start(CreateONNXModelFromFile(TestModelPath("half")), kUnbatchedInference);
   ASSERT_TRUE(evaluator);
   auto future = evaluator->QueueFeatures(MakeInputs({{"x", MakeTensor<uint16_t>({1, 2}, {0, 0})}}));
-  EXPECT_EQ(ResultOf(future), static_cast<int>(0xED6C0002u));
+  EXPECT_EQ(ResultOf(future), eBadFeatureDescriptions);
   EXPECT_EQ(MessageOf(future), "Exception in Predict() chain.");
 }
 
@@ -251,7 +251,6 @@ TEST_F(ORTEvaluatorTest, ModelsThatCannotLoadFailTheFutureSayingWhy) {
         kivcore::utility::ImmutableString::Create("broken"), std::move(bytes), FeatureDescriptionVector(),
         FeatureDescriptionVector()));
   };
-  constexpr int eNoSession = static_cast<int>(0xED6C0007u);
   const auto onnx = CreateONNXModelFromFile(TestModelPath("add"))->GetONNXMLModel();
   const auto truncated = kivcore::allocator::RecycledMemory::Create(onnx->Size() / 2);
   std::copy(onnx->Buffer(), onnx->Buffer() + truncated->Size(), truncated->Buffer());
@@ -318,7 +317,7 @@ TEST_F(ORTEvaluatorTest, NoEvaluatorClassGivesTheFactoryCode) {
   EXPECT_EQ(kivcore::classref::ClassFactory::RegisterClass(kORTEvaluatorGuid, "kORTEvaluatorGuid",
                                                            "ORTEvaluator", &ort::ORTEvaluator::Create),
             0);
-  EXPECT_EQ(ResultOf(future), static_cast<int>(0xA00F0001u));
+  EXPECT_EQ(ResultOf(future), eNoEvaluator);
   EXPECT_EQ(MessageOf(future), "");
 }
 

@@ -39,12 +39,12 @@ TEST(ORTElementTypes, MapsTheFiveTypesAndRejectsOthersWithTheirCodes) {
   EXPECT_EQ(ToONNXElementType(features::kDoubleTensorFeatureType), ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE);
   EXPECT_EQ(FromONNXElementType(ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL), features::kBoolTensorFeatureType);
   EXPECT_FALSE(FromONNXElementType(ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16));
-  EXPECT_EQ(CodeOf([] { ToONNXElementType(kivcore::utility::Guid()); }), static_cast<int>(0xED6C0002u));
+  EXPECT_EQ(CodeOf([] { ToONNXElementType(kivcore::utility::Guid()); }), eBadFeatureDescriptions);
 
   EXPECT_EQ(MakeWrapped(ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL, {2})->GetDataTypeSize(), 1U);
   EXPECT_EQ(MakeWrapped(ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE, {2})->GetDataTypeSize(), 8U);
   const auto half = MakeWrapped(ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16, {2});
-  EXPECT_EQ(CodeOf([&] { half->GetDataTypeSize(); }), static_cast<int>(0xED6C0003u));
+  EXPECT_EQ(CodeOf([&] { half->GetDataTypeSize(); }), eBadFeature);
 }
 
 TEST(ORTTensorConversion, ItemsOfABatchedValueAreItsSlices) {

@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "kivml/IMLEvaluator.h"
-#include "kivml/ResultCodes.h"
 #include "kivml/utility/TensorLayout.h"
 #include "support/FakeTensorDescription.h"
 
@@ -16,21 +14,6 @@ using kivcore::utility::Guid;
 std::vector<uint64_t> Strides(std::initializer_list<uint64_t> shape) {
   const StrideType strides = CalculatePackedStrides(ShapeType(shape));
   return {strides.begin(), strides.end()};
-}
-
-TEST(ResultCodesTest, ErrorCodesAreTheFacilityWithSignBitAndIndex) {
-  const int codes[] = {eNoInputFeatures, eBadFeatureDescriptions, eBadFeature, eInferenceFailure,
-                       eModelExecutionTerminated};
-  for (unsigned index = 1; index <= 5; ++index) {
-    const int code = codes[index - 1];
-    EXPECT_EQ(static_cast<unsigned>(code), 0xED6C0000u + index);
-    EXPECT_EQ(static_cast<unsigned>(code), 0x80000000u | static_cast<unsigned>(eKIVML) | index);
-    EXPECT_LT(code, 0);
-  }
-  EXPECT_EQ(eKIVML, 1835794432);
-  EXPECT_EQ(eModelExecutionTerminated, -311689211);
-  EXPECT_EQ(static_cast<int>(IMLEvaluator::kPause), 0);
-  EXPECT_EQ(static_cast<int>(IMLEvaluator::kResume), 1);
 }
 
 TEST(TensorLayoutTest, ElementSizesOfTheFiveTypesAndNothingElse) {
