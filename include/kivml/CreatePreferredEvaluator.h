@@ -19,12 +19,13 @@ namespace kivml {
 KIVML_EXPORT extern const kivcore::utility::Guid kORTEvaluatorGuid;
 
 // Makes the preferred evaluator for `model`, binds the model, sets batching (on for kBatchedInference)
-// and starts it. Never throws: the future yields the evaluator once the model has loaded, or fails with a
-// kiv_exception carrying the result code of whatever went wrong. A failed load says which model and why
-// ("Loading the model 'm' failed: ..."). A failure before the load (0xA00F0001 when no evaluator class is
-// registered, the evaluator's construction, binding the model, a null model) has an empty message, as it
-// always had; the exception that caused it is nested in it (std::rethrow_if_nested, or
-// kivcore::config::DescribeWithCauses). Keep the future: dropping it abandons the evaluator.
+// and starts it. Returns at once (the model loads on the evaluator's worker) and never throws: the future
+// yields the evaluator once the model has loaded, or fails with a kiv_exception carrying the result code of
+// whatever went wrong. A failed load says which model and why ("Loading the model 'm' failed: ..."). A
+// failure before the load (eNoEvaluator when no evaluator class is registered, the evaluator's
+// construction, binding the model, a null model) has an empty message, as it always had; the exception that
+// caused it is nested in it (std::rethrow_if_nested, or kivcore::config::DescribeWithCauses). Keep the
+// future: dropping it abandons the evaluator.
 [[nodiscard]] KIVML_EXPORT kivcore::async::Future<kivcore::classref::InterfaceRef<IMLEvaluator>>
 CreatePreferredEvaluator(kivcore::classref::InterfaceRef<IMLModel> model, BatchedInference batched);
 

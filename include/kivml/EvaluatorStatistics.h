@@ -2,6 +2,8 @@
 // What an evaluator has done over a window of time: requests in and out, how long they waited and ran, how
 // full its batches were and how busy each prediction lane was. A host reads it to see whether batching and
 // lanes pay for themselves. Taking a snapshot costs a few microseconds, so polling it every second is fine.
+// Each request is counted before its future completes: a snapshot taken once an answer is in counts it, and
+// a reset made then starts a window that it is not part of.
 //
 // Times come from the evaluator's clock (the steady clock). Percentiles are read from histograms whose
 // buckets are kBucketRatio wide (about 12%), from 100 ns to 1000 s: a percentile is within one bucket of the

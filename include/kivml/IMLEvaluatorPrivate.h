@@ -14,7 +14,8 @@ class IMLEvaluatorPrivate : public kivcore::classref::Unknown {
   // Binds the model; returns a result code.
   virtual int SetModel(kivcore::classref::InterfaceRef<IMLModel> model) = 0;
   virtual void SetShouldUseBatching(bool shouldUseBatching) = 0;
-  // Loads the model on the evaluator's worker; the future yields the load's result code.
+  // Loads the model on the evaluator's worker and returns at once; the future yields the load's result
+  // code. Requests queued before or during the load are taken up once it ends.
   virtual kivcore::async::Future<int> Start() = 0;
 };
 
