@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <bit>
 #include <mutex>
 #include <new>
@@ -71,7 +70,6 @@ struct SizeClass {
 
 struct Pool {
   std::array<SizeClass, kClassCount> classes;
-  std::atomic<uint64_t> keptBytes{0};
 };
 
 // Never destroyed: blocks may be recycled by other static destructors after this one would have run.
@@ -93,7 +91,6 @@ bool KeepInPool(Pool& pool, size_t index, void* p) noexcept {
   } catch (const std::bad_alloc&) {
     return false;
   }
-  pool.keptBytes.fetch_add(classBytes, std::memory_order_relaxed);
   return true;
 }
 
@@ -150,7 +147,6 @@ void* MemoryRecycler::Allocate(size_t bytes, size_t& actualBytes) {
     if (!sizeClass.kept.empty()) {
       void* p = sizeClass.kept.back();
       sizeClass.kept.pop_back();
-      pool.keptBytes.fetch_sub(classBytes, std::memory_order_relaxed);
       return p;
     }
   }
@@ -176,25 +172,6 @@ void MemoryRecycler::Recycle(void* p, size_t bytes) noexcept {
   if (!KeepInPool(GetPool(), index, p)) {
     SystemFree(p, ClassBytes(index));
   }
-}
-
-void MemoryRecycler::Trim() noexcept {
-  Pool& pool = GetPool();
-  for (size_t index = 0; index < kClassCount; ++index) {
-    std::vector<void*> blocks;
-    {
-      std::lock_guard lock(pool.classes[index].mutex);
-      blocks.swap(pool.classes[index].kept);
-    }
-    for (void* p : blocks) {
-      SystemFree(p, ClassBytes(index));
-    }
-    pool.keptBytes.fetch_sub(blocks.size() * ClassBytes(index), std::memory_order_relaxed);
-  }
-}
-
-uint64_t MemoryRecycler::KeptBytes() noexcept {
-  return GetPool().keptBytes.load(std::memory_order_relaxed);
 }
 
 }  // namespace kivcore::allocator

@@ -167,14 +167,6 @@ bool AsyncThreadedSubExecutor::IsTerminated() const {
   return mState->terminated.load(std::memory_order_relaxed);
 }
 
-int AsyncThreadedSubExecutor::GetMaxConcurrent() const noexcept {
-  return mState->maxConcurrent;
-}
-
-const std::shared_ptr<async::AsyncExecutor>& AsyncThreadedSubExecutor::GetParent() const noexcept {
-  return mState->parent;
-}
-
 std::shared_ptr<AsyncThreadedSubExecutor> CreateSubExecutor(
     const std::shared_ptr<async::AsyncExecutor>& parent, int maxConcurrent) {
   if (!parent) {

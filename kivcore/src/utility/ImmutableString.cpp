@@ -65,10 +65,6 @@ ImmutableString ImmutableString::_PrivateCreateStatic(const char* literal) noexc
   return result;
 }
 
-u8string ImmutableString::ToU8String() const {
-  return string::ToU8(View());
-}
-
 wstring ImmutableString::ToString() const {
   return string::UTF8to16(View());
 }

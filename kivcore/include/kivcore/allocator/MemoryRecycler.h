@@ -21,11 +21,6 @@ class KIVCORE_EXPORT MemoryRecycler {
   static void* Allocate(size_t bytes, size_t& actualBytes);
   static void Recycle(void* p, size_t bytes) noexcept;
 
-  // Hands every block kept in the shared pool back to the system (threads' own small caches stay).
-  static void Trim() noexcept;
-  // Bytes kept in the shared pool.
-  static uint64_t KeptBytes() noexcept;
-
   static constexpr size_t kLargeAlignment = 64;
   static constexpr size_t kSmallAlignment = 16;
 };

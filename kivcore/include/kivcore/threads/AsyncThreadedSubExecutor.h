@@ -36,9 +36,6 @@ class KIVCORE_EXPORT AsyncThreadedSubExecutor final
   void Shutdown() override;
   bool IsTerminated() const override;
 
-  int GetMaxConcurrent() const noexcept;
-  const std::shared_ptr<async::AsyncExecutor>& GetParent() const noexcept;
-
  private:
   struct State;  // defined with the implementation
   class Slot;    // a running slot, as posted on the parent

@@ -37,7 +37,6 @@ class KIVCORE_EXPORT ImmutableString {
   bool empty() const noexcept { return mSize == 0; }
   std::string_view View() const noexcept { return {mData, mSize}; }
   std::string ToStdString() const { return std::string(mData, mSize); }
-  u8string ToU8String() const;
   // The text as a wide string.
   wstring ToString() const;
 
