@@ -10,6 +10,11 @@ function(kiv_target_options target)
     if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
       # The recycler's operator delete takes the size; clang before 19 leaves sized deallocation off.
       target_compile_options(${target} PRIVATE -fsized-deallocation)
+      if(KIV_THREAD_SAFETY_ANALYSIS)
+        # Not -Wthread-safety-negative: it wants every function that locks to declare the mutex not held,
+        # which a re-entrant mutex (RecursiveMutex) does not need.
+        target_compile_options(${target} PRIVATE -Wthread-safety -Wthread-safety-beta)
+      endif()
     endif()
   elseif(MSVC)
     target_compile_options(${target} PRIVATE /W4 /permissive-)
@@ -18,6 +23,10 @@ function(kiv_target_options target)
     endif()
   endif()
 endfunction()
+
+if(KIV_THREAD_SAFETY_ANALYSIS AND NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  message(FATAL_ERROR "KIV_THREAD_SAFETY_ANALYSIS needs clang (CMAKE_CXX_COMPILER=clang++)")
+endif()
 
 if(KIV_SANITIZE STREQUAL "address")
   # No vptr check: Direct3D 12 objects from vkd3d are C structs laid out as COM interfaces, without the C++

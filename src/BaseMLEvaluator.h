@@ -6,7 +6,8 @@
 // Locking: one recursive mutex guards the model, queue, gate, throttle list and batching settings. Every
 // acquisition is named after the operation and bounded (60 s). No caller-supplied code runs under it:
 // throttle functions run on a serial executor, MarkQueueHasPendingFeatures is called after unlocking and
-// the futures of dropped requests are failed after unlocking.
+// the futures of dropped requests are failed after unlocking. The members say which lock guards them, for
+// clang's thread-safety analysis (scripts/check_thread_safety.sh).
 //
 // Every request is answered exactly once: by the worker, or with eModelExecutionTerminated when the queue
 // is cleared or the evaluator is destroyed with the request still queued.
@@ -30,6 +31,7 @@
 #include "kivcore/classref/Implements.h"
 #include "kivcore/threads/Gate.h"
 #include "kivcore/threads/RecursiveMutex.h"
+#include "kivcore/threads/ThreadSafetyAnnotations.h"
 #include "kivml/EvaluatorStatistics.h"
 #include "kivml/IMLEvaluator.h"
 #include "kivml/IMLEvaluatorPrivate.h"
@@ -65,7 +67,7 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   // Drops every queued request, failing its future with eModelExecutionTerminated.
   virtual void ClearQueuedFeatures();
   // Called by QueueFeatures, without the lock, after each request has been queued.
-  virtual void MarkQueueHasPendingFeatures() = 0;
+  virtual void MarkQueueHasPendingFeatures() KIV_EXCLUDES(mMutex) = 0;
   virtual bool HasQueuedItems() const;
 
   kivcore::classref::InterfaceRef<IMLModel> GetModel() const;
@@ -83,7 +85,8 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
 
   // Fails the futures of `requests`, in order, skipping abandoned ones; then destroys the requests. Records
   // them as terminated (or abandoned) in the queue's recorder.
-  void ErrorOutQueue(RequestQueue& requests) noexcept;
+  // Never under the lock: completing a future may run the caller's continuations.
+  void ErrorOutQueue(RequestQueue& requests) noexcept KIV_EXCLUDES(mMutex);
 
   // The evaluator's time source: request stamps, statistics and the batch fill loop's waits.
   const BatchFillClock& GetClock() const noexcept { return *mClock; }
@@ -97,13 +100,21 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   virtual void ClearWorkerStatistics();
 
   // Call with the lock held.
-  void BindModelLocked(kivcore::classref::InterfaceRef<IMLModel> model) { mModel = std::move(model); }
-  void SetBatchSizeLocked(size_t batchSize) noexcept {
+  void BindModelLocked(kivcore::classref::InterfaceRef<IMLModel> model) KIV_REQUIRES(mMutex) {
+    mModel = std::move(model);
+  }
+  // Under the lock so that the throttle threshold changes together with what it is computed from.
+  void SetBatchSizeLocked(size_t batchSize) noexcept KIV_REQUIRES(mMutex) {
     mBatchSize.store(batchSize, std::memory_order_release);
   }
-  void SetShouldUseBatchingLocked(bool shouldUseBatching) noexcept { mShouldUseBatching = shouldUseBatching; }
+  void SetShouldUseBatchingLocked(bool shouldUseBatching) noexcept KIV_REQUIRES(mMutex) {
+    mShouldUseBatching = shouldUseBatching;
+  }
 
-  const kivcore::threads::RecursiveMutex& GetMutex() const noexcept { return mMutex; }
+  // Derived classes guard their own members with this lock: KIV_GUARDED_BY(GetMutex()).
+  const kivcore::threads::RecursiveMutex& GetMutex() const noexcept KIV_RETURN_CAPABILITY(mMutex) {
+    return mMutex;
+  }
   // Open while the queue holds requests that the worker has not taken; the worker waits on it.
   const kivcore::threads::Gate& GetGate() const noexcept { return mGate; }
 
@@ -111,23 +122,25 @@ class BaseMLEvaluator : public kivcore::classref::Implements<IMLEvaluator, IMLEv
   using ThrottleList = std::vector<std::weak_ptr<ThrottleFunction>,
                                    kivcore::allocator::STLAllocator<std::weak_ptr<ThrottleFunction>>>;
 
-  size_t ThrottleThresholdLocked() const noexcept;
+  size_t ThrottleThresholdLocked() const noexcept KIV_REQUIRES(mMutex);
   // Call with the lock held: prunes expired throttles and posts one notification for `queueLength`.
-  void PostThrottleNotificationLocked(size_t queueLength);
+  void PostThrottleNotificationLocked(size_t queueLength) KIV_REQUIRES(mMutex);
 
-  const std::shared_ptr<const BatchFillClock> mClock;
-  kivcore::classref::InterfaceRef<IMLModel> mModel;
+  const std::shared_ptr<const BatchFillClock> mClock;  // immutable; the clock itself is thread-safe
+  kivcore::classref::InterfaceRef<IMLModel> mModel KIV_GUARDED_BY(mMutex);
   kivcore::threads::RecursiveMutex mMutex;
-  RequestQueue mQueue;
+  RequestQueue mQueue KIV_GUARDED_BY(mMutex);
+  // Thread-safe itself, and read without the lock (the worker watches it); opened and closed only under the
+  // lock, so that it agrees with the queue.
   kivcore::threads::Gate mGate;
-  ExitBarrier::GateWatch mGateWatch{mGate};  // a worker waiting for latecomers stops at exit
-  ThrottleList mThrottles;
-  bool mShouldUseBatching = false;
-  std::atomic<size_t> mBatchSize{1};
-  uint64_t mQueued = 0;                    // in this window; guarded by the mutex
-  BatchFillClock::TimePoint mWindowStart;  // guarded by the mutex
-  RequestRecorder mQueueRecorder;
-  const std::shared_ptr<kivcore::async::AsyncExecutor> mThrottleExecutor;  // serial
+  ExitBarrier::GateWatch mGateWatch{mGate};  // immutable; a worker waiting for latecomers stops at exit
+  ThrottleList mThrottles KIV_GUARDED_BY(mMutex);
+  bool mShouldUseBatching KIV_GUARDED_BY(mMutex) = false;
+  std::atomic<size_t> mBatchSize{1};            // atomic: read without the lock; written under it
+  uint64_t mQueued KIV_GUARDED_BY(mMutex) = 0;  // in this window
+  BatchFillClock::TimePoint mWindowStart KIV_GUARDED_BY(mMutex);
+  RequestRecorder mQueueRecorder;                                          // has a lock of its own
+  const std::shared_ptr<kivcore::async::AsyncExecutor> mThrottleExecutor;  // immutable; serial
 };
 
 }  // namespace kivml

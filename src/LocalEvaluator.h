@@ -45,6 +45,7 @@
 #include "RequestRecorder.h"
 #include "kivcore/threads/AsyncThreadedExecutor.h"
 #include "kivcore/threads/QueueOnlyOnce.h"
+#include "kivcore/threads/ThreadSafetyAnnotations.h"
 
 namespace kivml {
 
@@ -98,7 +99,7 @@ class LocalEvaluator : public BaseMLEvaluator {
   std::exception_ptr GetLoadFailure() const;
 
   // Fires the worker's trigger (QueueExecutor); does nothing before Start.
-  void MarkQueueHasPendingFeatures() override;
+  void MarkQueueHasPendingFeatures() KIV_EXCLUDES(GetMutex()) override;
 
   // --- Backend operations, all called on a worker thread except the type name; with several lanes,
   // Predict and PredictBatched may run on several at once (see CanPredictConcurrently).
@@ -145,8 +146,9 @@ class LocalEvaluator : public BaseMLEvaluator {
   };
   // The worker's lanes, fixed by Start. With one worker thread the trigger of lane 0 fires on every queued
   // request, as with any single worker; with more, the lane states decide which lane to wake.
+  // The containers are filled by Start before it publishes the lanes, and never change afterwards.
   struct Lanes {
-    std::vector<std::shared_ptr<kivcore::threads::QueueOnlyOnce>> triggers;
+    std::vector<std::shared_ptr<kivcore::threads::QueueOnlyOnce>> triggers;  // thread-safe each
     std::unique_ptr<std::atomic<int>[]> states;
     std::atomic<size_t> active{1};   // lanes taking requests; 1 until the model has loaded
     std::atomic<bool> ready{false};  // whether queued requests may wake a lane; set after the load
@@ -155,8 +157,9 @@ class LocalEvaluator : public BaseMLEvaluator {
     // batches of its own, which its fill waits need. Predictions still overlap.
     std::mutex fillMutex;
     std::condition_variable fillTurnEnded;
-    uint64_t fillTickets = 0;  // guarded by fillMutex
-    uint64_t fillServing = 0;  // guarded by fillMutex
+    // Guarded by fillMutex, which the analysis cannot see: the condition variable needs a std::mutex.
+    uint64_t fillTickets = 0;
+    uint64_t fillServing = 0;
     // Each lane's batch times: a lane's runs never overlap, though they may move between the workers'
     // threads, so these need no lock.
     std::unique_ptr<EvaluatorStatistician[]> statisticians;
@@ -164,12 +167,12 @@ class LocalEvaluator : public BaseMLEvaluator {
     // without an estimate of its own waits that long for latecomers rather than the cold default: under
     // light traffic a lane may take long to time batches of its own.
     std::atomic<int64_t> sharedEstimateMs{-1};
-    // What each lane ran, for the evaluator's statistics.
+    // What each lane ran, for the evaluator's statistics; each has a lock of its own.
     std::unique_ptr<RequestRecorder[]> recorders;
   };
 
   // The lane whose run this thread is in, while it is in one (and there are several); its state tells
-  // producers whether it waits.
+  // producers whether it waits. Worker-only: each thread sees its own.
   struct LaneOfThread {
     std::atomic<int>* state = nullptr;
     Lanes* lanes = nullptr;
@@ -240,10 +243,11 @@ class LocalEvaluator : public BaseMLEvaluator {
   QueuedFeatureRequest AdmitToBatch(const BatchContainer& container, QueuedFeatureRequest& request,
                                     size_t& refused);
 
-  std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker;  // guarded by the evaluator's mutex
-  std::shared_ptr<Lanes> mLanes;                                     // guarded by the evaluator's mutex
-  std::optional<unsigned> mRequestedLanes;                           // guarded by the evaluator's mutex
-  std::exception_ptr mLoadFailure;                                   // guarded by the evaluator's mutex
+  // Guarded by the evaluator's mutex; what the pointers point to is thread-safe, or fixed once published.
+  std::shared_ptr<kivcore::threads::AsyncThreadedExecutor> mWorker KIV_GUARDED_BY(GetMutex());
+  std::shared_ptr<Lanes> mLanes KIV_GUARDED_BY(GetMutex());
+  std::optional<unsigned> mRequestedLanes KIV_GUARDED_BY(GetMutex());
+  std::exception_ptr mLoadFailure KIV_GUARDED_BY(GetMutex());
 };
 
 }  // namespace kivml

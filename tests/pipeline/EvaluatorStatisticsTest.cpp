@@ -262,9 +262,11 @@ TEST_F(EvaluatorStatisticsTest, EachRequestIsCountedBeforeItsFutureCompletes) {
     mFutures.clear();
     const auto watch = [&] {
       continuations.push_back(mFutures.back().Then(completing, [&](const RequestFuture&) {
-        const uint64_t accounted = Accounted(evaluator->GetStatistics());
+        // Snapshot and record in one step: a continuation that snapshots, then records after later ones,
+        // would put a count taken earlier at a later place. Continuations of the first requests may still
+        // be running on the worker while the last ones complete on this thread.
         std::lock_guard lock(mutex);
-        accountedAsEachCompleted.push_back(accounted);
+        accountedAsEachCompleted.push_back(Accounted(evaluator->GetStatistics()));
       }));
     };
     for (int32_t value = 1; value <= 8; ++value) {

@@ -7,6 +7,8 @@
 // - Waiters are not served in any particular order.
 // - `name` and every `where` must outlive the mutex (string literals, as a rule): only the pointers are
 //   kept. The mutex must be unlocked when destroyed.
+// - A capability for clang's thread-safety analysis; see ThreadSafetyAnnotations.h for what it cannot tell
+//   about re-entrance.
 
 #include <atomic>
 #include <chrono>
@@ -14,12 +16,13 @@
 #include <thread>
 
 #include "kivcore/kivcore_export.h"
+#include "kivcore/threads/ThreadSafetyAnnotations.h"
 
 namespace kivcore::threads {
 
 inline constexpr std::chrono::milliseconds kDefaultLockTimeout{60000};
 
-class KIVCORE_EXPORT RecursiveMutex {
+class KIVCORE_EXPORT KIV_CAPABILITY("mutex") RecursiveMutex {
  public:
   // A null name is reported as "unnamed".
   explicit RecursiveMutex(const char* name);
@@ -27,11 +30,11 @@ class KIVCORE_EXPORT RecursiveMutex {
   RecursiveMutex& operator=(const RecursiveMutex&) = delete;
   ~RecursiveMutex();
 
-  void Lock(const char* where, const std::chrono::milliseconds& timeout) const;
+  void Lock(const char* where, const std::chrono::milliseconds& timeout) const KIV_ACQUIRE();
   // Does nothing unless the calling thread holds the mutex.
-  void Unlock() const;
+  void Unlock() const KIV_RELEASE();
   // Never waits for the holder: true when the mutex was free or already held by the calling thread.
-  bool TryLock(const char* where) const;
+  bool TryLock(const char* where) const KIV_TRY_ACQUIRE(true);
   bool IsLockedByCurrentThread() const;
 
  private:

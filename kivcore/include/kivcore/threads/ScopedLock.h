@@ -7,19 +7,20 @@
 
 #include "kivcore/kivcore_export.h"
 #include "kivcore/threads/RecursiveMutex.h"
+#include "kivcore/threads/ThreadSafetyAnnotations.h"
 
 namespace kivcore::threads {
 
-class KIVCORE_EXPORT ScopedLock {
+class KIVCORE_EXPORT KIV_SCOPED_CAPABILITY ScopedLock {
  public:
   ScopedLock(const RecursiveMutex& mutex, const char* where,
-             std::chrono::milliseconds timeout = kDefaultLockTimeout);
+             std::chrono::milliseconds timeout = kDefaultLockTimeout) KIV_ACQUIRE(mutex);
   ScopedLock(const ScopedLock&) = delete;
   ScopedLock& operator=(const ScopedLock&) = delete;
-  ~ScopedLock();
+  ~ScopedLock() KIV_RELEASE();
 
   // Releases early; later calls and the destructor then do nothing.
-  void Unlock();
+  void Unlock() KIV_RELEASE();
   bool OwnsLock() const noexcept { return mMutex != nullptr; }
 
  private:
