@@ -21,7 +21,6 @@ class KIVCORE_EXPORT KIV_SCOPED_CAPABILITY ScopedLock {
 
   // Releases early; later calls and the destructor then do nothing.
   void Unlock() KIV_RELEASE();
-  bool OwnsLock() const noexcept { return mMutex != nullptr; }
 
  private:
   const RecursiveMutex* mMutex;  // null once unlocked
