@@ -4,8 +4,9 @@
 
 namespace kivml::ort {
 
-// The GPU execution provider could not be set up; the evaluator then runs the model on the CPU. The
-// result code is the failing platform call's, or kNoSuitableAdapter.
+// A GPU execution provider could not be set up, whichever provider it is (the name stays, as hosts catch
+// it by name); the evaluator then runs the model on the CPU. The result code is the failing platform
+// call's, one made from ONNX Runtime's error code when the provider refused, or kNoSuitableAdapter.
 class DMLSetupException : public kivcore::kiv_exception {
  public:
   static constexpr int kNoSuitableAdapter = static_cast<int>(0xF865001Eu);

@@ -5,10 +5,15 @@
 
 #include <onnxruntime_c_api.h>
 
-// Only the exception type of the C++ interface is used; its wrappers would bind a newer table.
+// Only the exception type of the C++ interface is used; its wrappers would bind a newer table. The kivml
+// tool, whose sources may include this header, defines the macro for all of them.
+#ifdef ORT_API_MANUAL_INIT
+#include <onnxruntime_cxx_api.h>
+#else
 #define ORT_API_MANUAL_INIT
 #include <onnxruntime_cxx_api.h>
 #undef ORT_API_MANUAL_INIT
+#endif
 
 #include <memory>
 #include <utility>

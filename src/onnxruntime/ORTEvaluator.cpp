@@ -1,11 +1,9 @@
 #include "onnxruntime/ORTEvaluator.h"
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <type_traits>
 
-#include "ExitBarrier.h"
 #include "kivcore/config/NestedException.h"
 #include "kivcore/config/kiv_exception.h"
 #include "kivcore/debug/DebugDatabase.h"
@@ -18,8 +16,8 @@
 #include "kivml/ResultCodes.h"
 #include "kivml/SetModelException.h"
 #include "kivml/Settings.h"
-#include "onnxruntime/DMLSetupException.h"
-#include "onnxruntime/GPUExecutionProvider.h"
+#include "onnxruntime/ConfigureSessionOptions.h"
+#include "onnxruntime/ExecutionProviders.h"
 #include "onnxruntime/ORTElementTypes.h"
 #include "onnxruntime/ORTEnvironment.h"
 #include "onnxruntime/ORTTensorConversion.h"
@@ -33,9 +31,6 @@ namespace {
 constexpr int eNoSession = MakeKIVMLError(7);
 
 using TensorHolders = std::vector<kivcore::classref::InterfaceRef<ITensorMLFeatureAccessor>>;
-
-// Where custom operator domains would be added to GPU sessions; no session of this library uses any.
-void AddCustomOperatorDomains(OrtSessionOptions* /*options*/) {}
 
 bool ProfilingRequested() {
   auto& database = kivcore::debug::DebugDatabase::Instance();
@@ -94,15 +89,6 @@ kivcore::u8string LookupCustomMetadata(const OrtModelMetadata& metadata, OrtAllo
   return kivcore::string::ToU8(value.text != nullptr ? value.text : "");
 }
 
-// An evaluator's worker may release its session while the process exits; exit must wait for it before
-// ONNX Runtime tears down what sessions use. That state exists once a session (and, separately, a GPU
-// session) has been made, so the wait is registered after the first of each.
-void WaitForWorkersAtExit(bool gpuSession) {
-  static std::once_flag cpu;
-  static std::once_flag gpu;
-  std::call_once(gpuSession ? gpu : cpu, ExitBarrier::WaitAtExit);
-}
-
 }  // namespace
 
 ORTEvaluator::ORTEvaluator() {
@@ -136,21 +122,6 @@ kivcore::classref::InterfaceRef<IMLEvaluator> ORTEvaluator::GetEvaluatorRef() {
       std::shared_ptr<IMLEvaluator>(GetSharedFromThis(), static_cast<IMLEvaluator*>(this)));
 }
 
-void ORTEvaluator::ConfigureSessionOptions(OrtSessionOptions* options, int64_t batchSize, bool onGPU) {
-  const OrtApi& api = Api();
-  ThrowIfFailed(api.DisablePerSessionThreads(options));
-  ThrowIfFailed(api.SetSessionGraphOptimizationLevel(options, ORT_ENABLE_ALL));
-  ThrowIfFailed(api.EnableCpuMemArena(options));
-  ThrowIfFailed(api.EnableMemPattern(options));
-  ThrowIfFailed(api.SetSessionExecutionMode(options, ORT_SEQUENTIAL));
-  // The batch size reaches ONNX Runtime only through this: every dimension denoted as the batch is fixed.
-  ThrowIfFailed(api.AddFreeDimensionOverride(options, "DATA_BATCH", batchSize));
-  if (onGPU) {
-    AppendGPUExecutionProvider(options);
-    AddCustomOperatorDomains(options);
-  }
-}
-
 int ORTEvaluator::LoadModel() {
   const auto model = GetModel();
   const auto accessor = model ? model.Query<IONNXMLModelAccessor>() : nullptr;
@@ -169,54 +140,72 @@ int ORTEvaluator::LoadModel() {
     mBatchSize = static_cast<int64_t>(GetBatchSize());
   }
 
-  const auto enableProfiling = [&] {
-    ThrowIfFailed(Api().EnableProfiling(mSessionOptions.get(), ProfilePrefix(model->GetName()).c_str()));
-  };
   mProfilingEnabled = ProfilingRequested();
-  const bool tryGPU = accessor->ShouldEvaluateOnGPU();
-  if (tryGPU) {
-    if (mProfilingEnabled) {
-      enableProfiling();
-    }
-    try {
-      ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), true);
-      CreateSession(*payload);
-    } catch (const Ort::Exception&) {
-      kivcore::logging::LogException(std::current_exception(), "kivml::OrtEvaluator::LoadModel", nullptr);
-    } catch (const DMLSetupException&) {
-      kivcore::logging::LogException(std::current_exception(), "kivml::OrtEvaluator::LoadModel", nullptr);
-    }
-    if (!mSession) {
-      KIV_TRACE(kTraceCategory, 5, "Falling back to CPU ORT evaluation");
-    }
+  const ExecutionProvider* gpu =
+      accessor->ShouldEvaluateOnGPU() ? ExecutionProviders::PlatformGPU() : nullptr;
+  if (gpu != nullptr && TryGPUSession(*gpu, *payload, model->GetName())) {
+    mProvider = gpu;
+  } else {
+    CreateCPUSession(*payload, model->GetName(), gpu != nullptr);
+    mProvider = &ExecutionProviders::CPU();
   }
-  const bool onGPU = mSession != nullptr;
-  if (!mSession) {
-    // Fresh options: whatever a GPU attempt added must not reach the CPU session. That includes the
-    // profiling request made for it, which is deliberately not repeated: a CPU session after a failed GPU
-    // attempt is never profiled.
-    OrtSessionOptions* options = nullptr;
-    ThrowIfFailed(Api().CreateSessionOptions(&options));
-    mSessionOptions.reset(options);
-    if (mProfilingEnabled && !tryGPU) {
-      enableProfiling();
-    }
-    ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), false);
-    CreateSession(*payload);
-  }
-  mOnGPU = onGPU;
-  WaitForWorkersAtExit(onGPU);
+  // An evaluator's worker may release its session while the process exits; exit must wait for it before
+  // ONNX Runtime tears down what sessions use, state that each provider builds with its first session.
+  mProvider->WaitForWorkersAtExit();
   DescribeModel();
   // Where the model batches, its leading free dimension is the batch, and a request is one item of it
   // whether or not this evaluator batches: both kinds then take the same requests.
   mOneItemPerRequest = model->DoesSupportBatchedInference();
   mRunsShortBatches =
-      !onGPU && std::none_of(mInputDescriptions.begin(), mInputDescriptions.end(), [](const auto& entry) {
+      !mProvider->NeedsFixedShapes() &&
+      std::none_of(mInputDescriptions.begin(), mInputDescriptions.end(), [](const auto& entry) {
         const DescriptionShapeType shape = entry.second->GetTensorShape();
         return !shape.empty() && shape.front() >= 0;
       });
   mLoaded.store(true);
   return 0;
+}
+
+bool ORTEvaluator::TryGPUSession(const ExecutionProvider& gpu,
+                                 const kivcore::allocator::RecycledMemory& payload,
+                                 const kivcore::utility::ImmutableString& modelName) {
+  if (mProfilingEnabled) {
+    EnableProfiling(modelName);
+  }
+  try {
+    mSessionSettings = ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), gpu);
+    CreateSession(payload);
+  } catch (...) {
+    if (!gpu.IsSetupFailure(std::current_exception())) {
+      throw;
+    }
+    kivcore::logging::LogException(std::current_exception(), "kivml::OrtEvaluator::LoadModel", nullptr);
+  }
+  if (!mSession) {
+    KIV_TRACE(kTraceCategory, 5, "Falling back to CPU ORT evaluation");
+  }
+  return mSession != nullptr;
+}
+
+void ORTEvaluator::CreateCPUSession(const kivcore::allocator::RecycledMemory& payload,
+                                    const kivcore::utility::ImmutableString& modelName,
+                                    bool afterGPUAttempt) {
+  // Fresh options: whatever a GPU attempt added must not reach the CPU session. That includes the profiling
+  // request made for it, which is deliberately not repeated: a CPU session after a failed GPU attempt is
+  // never profiled.
+  OrtSessionOptions* options = nullptr;
+  ThrowIfFailed(Api().CreateSessionOptions(&options));
+  mSessionOptions.reset(options);
+  if (mProfilingEnabled && !afterGPUAttempt) {
+    EnableProfiling(modelName);
+  }
+  mSessionSettings =
+      ConfigureSessionOptions(mSessionOptions.get(), GetSessionBatchSize(), ExecutionProviders::CPU());
+  CreateSession(payload);
+}
+
+void ORTEvaluator::EnableProfiling(const kivcore::utility::ImmutableString& modelName) {
+  ThrowIfFailed(Api().EnableProfiling(mSessionOptions.get(), ProfilePrefix(modelName).c_str()));
 }
 
 int ORTEvaluator::CheckHealth() {

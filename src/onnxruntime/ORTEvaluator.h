@@ -18,8 +18,10 @@
 #include "kivcore/classref/Implements.h"
 #include "kivml/IMLEvaluatorMetadata.h"
 #include "kivml/ITensorMLFeatureAccessor.h"
+#include "onnxruntime/ExecutionProvider.h"
 #include "onnxruntime/ORTApi.h"
 #include "onnxruntime/ORTTensorDescription.h"
+#include "onnxruntime/SessionSettings.h"
 
 namespace kivml::ort {
 
@@ -56,13 +58,12 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   int LoadModel() override;
   // Full batches only where the session cannot run a short one: see CanRunShortBatch.
   bool MustFillBatch() const override { return !mRunsShortBatches; }
-  // CPU sessions whose inputs keep a free first dimension. GPU sessions are held to fixed shapes (a GPU
-  // provider plans memory and may compile kernels per shape, so changing shapes cost more than padding),
-  // and an input denoted "DATA_BATCH" is fixed to the batch size by the session itself.
+  // Sessions whose provider lets shapes change and whose inputs keep a free first dimension (an input
+  // denoted "DATA_BATCH" is fixed to the batch size by the session itself).
   bool CanRunShortBatch() const override { return mRunsShortBatches; }
-  // CPU sessions: ONNX Runtime allows concurrent Run on one session. GPU providers are kept to one
+  // As the session's provider allows: ONNX Runtime's CPU provider does; GPU providers are kept to one
   // prediction at a time.
-  bool CanPredictConcurrently() const override { return mLoaded.load() && !mOnGPU; }
+  bool CanPredictConcurrently() const override { return mLoaded.load() && mProvider->AllowsConcurrentRun(); }
   utility::FeatureContainerVector Predict(const utility::FeatureContainerVector& inputs) override;
   int PredictBatched(const BatchRows& batch, BatchOutputs& outputs) override;
   void CheckBatchRow(const utility::FeatureContainerVector& row,
@@ -82,9 +83,8 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   bool IsProfilingEnabled() const noexcept { return mProfilingEnabled; }
   // The value given to the "DATA_BATCH" dimension override.
   int64_t GetSessionBatchSize() const noexcept { return mBatchSize.value_or(1); }
-
-  // Applies the options every session gets, in order; `onGPU` appends the GPU execution provider.
-  static void ConfigureSessionOptions(OrtSessionOptions* options, int64_t batchSize, bool onGPU);
+  // What the loaded session's options were given, its execution provider included.
+  const SessionSettings& GetSessionSettings() const noexcept { return mSessionSettings; }
 
  protected:
   kivcore::classref::InterfaceRef<IMLEvaluator> GetEvaluatorRef() override;
@@ -99,6 +99,14 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   };
   using FittedInputs = std::vector<FittedInput>;
 
+  // A session on `gpu`, with the options made with the evaluator; false, after logging why, when the
+  // provider cannot serve here.
+  bool TryGPUSession(const ExecutionProvider& gpu, const kivcore::allocator::RecycledMemory& payload,
+                     const kivcore::utility::ImmutableString& modelName);
+  // A session on the CPU, with fresh options. `afterGPUAttempt`: the session is not profiled.
+  void CreateCPUSession(const kivcore::allocator::RecycledMemory& payload,
+                        const kivcore::utility::ImmutableString& modelName, bool afterGPUAttempt);
+  void EnableProfiling(const kivcore::utility::ImmutableString& modelName);
   void CreateSession(const kivcore::allocator::RecycledMemory& payload);
   void DescribeModel();
   // The tensor inputs of `row` fitted to the model (for a batch item, each input's first dimension is
@@ -111,8 +119,9 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   UniqueSession mSession;
   std::atomic<bool> mLoaded{false};  // read by CheckHealth on any thread
   bool mProfilingEnabled = false;
-  bool mRunsShortBatches = false;   // set by LoadModel
-  bool mOnGPU = false;              // set by LoadModel
+  bool mRunsShortBatches = false;                // set by LoadModel
+  const ExecutionProvider* mProvider = nullptr;  // set by LoadModel: the session's
+  SessionSettings mSessionSettings;              // set by LoadModel
   bool mOneItemPerRequest = false;  // set by LoadModel: the model batches, so a request is one item
   std::optional<int64_t> mBatchSize;
   DescriptionMap mInputDescriptions;

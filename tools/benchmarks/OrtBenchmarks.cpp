@@ -36,6 +36,8 @@
 #include "kivml/CreatePreferredEvaluator.h"
 #include "kivml/ONNXModelFactory.h"
 #include "kivml/utility/TensorFactories.h"
+#include "onnxruntime/ConfigureSessionOptions.h"
+#include "onnxruntime/ExecutionProviders.h"
 #include "onnxruntime/ORTApi.h"
 #include "onnxruntime/ORTEnvironment.h"
 #include "onnxruntime/ORTEvaluator.h"
@@ -263,7 +265,8 @@ kivml::ort::UniqueSession CreateRawSession(size_t batchRows) {
   OrtSessionOptions* created = nullptr;
   kivml::ort::ThrowIfFailed(api.CreateSessionOptions(&created));
   const kivml::ort::UniqueSessionOptions options(created);
-  kivml::ort::ORTEvaluator::ConfigureSessionOptions(options.get(), static_cast<int64_t>(batchRows), false);
+  kivml::ort::ConfigureSessionOptions(options.get(), static_cast<int64_t>(batchRows),
+                                      kivml::ort::ExecutionProviders::CPU());
   OrtSession* session = nullptr;
   kivml::ort::ThrowIfFailed(
       api.CreateSession(kivml::ort::ORTEnvironment::Get(), kModelPath, options.get(), &session));

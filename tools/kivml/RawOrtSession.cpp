@@ -4,6 +4,7 @@
 
 #include "ToolError.h"
 #include "kivml/TensorFeatureTypes.h"
+#include "onnxruntime/ConfigureReferenceSessionOptions.h"
 
 namespace kivml::cli {
 
@@ -54,8 +55,9 @@ Ort::Env RawOrtSession::SharedEnvironment() {
   return Ort::Env();
 }
 
-RawOrtSession::RawOrtSession(const std::filesystem::path& model, const Ort::SessionOptions& options)
-    : mEnvironment(SharedEnvironment()), mSession(nullptr) {
+RawOrtSession::RawOrtSession(const std::filesystem::path& model, const Ort::SessionOptions& options,
+                             std::optional<ort::SessionSettings> librarySettings)
+    : mEnvironment(SharedEnvironment()), mSession(nullptr), mLibrarySettings(std::move(librarySettings)) {
   try {
     mSession = Ort::Session(mEnvironment, model.c_str(), options);
     mInputs = Describe(mSession, true);
@@ -82,17 +84,14 @@ RawOrtSession RawOrtSession::ForDescription(const std::filesystem::path& model) 
 RawOrtSession RawOrtSession::ForInference(const std::filesystem::path& model, int64_t batchSize, bool gpu) {
   SharedEnvironment();
   Ort::SessionOptions options;
-  options.DisablePerSessionThreads();
-  options.SetGraphOptimizationLevel(ORT_ENABLE_ALL);
-  options.EnableCpuMemArena();
-  options.EnableMemPattern();
-  options.SetExecutionMode(ORT_SEQUENTIAL);
-  // By denotation, as the library does: the C++ wrapper of this name overrides by dimension name instead.
-  Ort::ThrowOnError(Ort::GetApi().AddFreeDimensionOverride(options, "DATA_BATCH", batchSize));
-  if (gpu) {
-    AppendRawGpuProvider(options);
+  ort::SessionSettings settings;
+  try {
+    settings = tool::ConfigureReferenceSessionOptions(options, batchSize, gpu);
+  } catch (const std::exception& exception) {
+    throw ToolError(std::string("the library's session options for raw ONNX Runtime") +
+                    (gpu ? " on the GPU" : "") + " cannot be set up: " + exception.what());
   }
-  return RawOrtSession(model, options);
+  return RawOrtSession(model, options, settings);
 }
 
 RawOrtSession RawOrtSession::WithDefaultOptions(const std::filesystem::path& model) {

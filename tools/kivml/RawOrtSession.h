@@ -1,9 +1,11 @@
 #pragma once
-// ONNX Runtime on its own, without the library: reads a model's interface as declared (with the symbolic
-// names of free dimensions, which the library's descriptions do not carry) and runs the references that
-// `kivml bench` measures the library against. It shares the process's ONNX Runtime environment, which the
-// library's initializers create with global thread pools: sessions with the library's options run on those
-// threads, sessions with ONNX Runtime's default options on pools of their own.
+// ONNX Runtime on its own, without the library's evaluator: reads a model's interface as declared (with
+// the symbolic names of free dimensions, which the library's descriptions do not carry) and runs the
+// references that `kivml bench` measures the library against. It shares the process's ONNX Runtime
+// environment, which the library's initializers create with global thread pools: sessions with the
+// library's options run on those threads, sessions with ONNX Runtime's default options on pools of their
+// own. The library's options come from the library itself (ConfigureReferenceSessionOptions), so that
+// they cannot drift from an evaluator's.
 //
 // Run may be called from several threads at once on one session, as ONNX Runtime allows.
 
@@ -11,15 +13,14 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "kivcore/utility/Guid.h"
+#include "onnxruntime/SessionSettings.h"
 
 namespace kivml::cli {
-
-// The platform's GPU execution provider, set up as the library sets it up (each platform in its own file).
-void AppendRawGpuProvider(Ort::SessionOptions& options);
 
 // One input or output as the model declares it.
 struct RawFeature {
@@ -33,9 +34,8 @@ class RawOrtSession {
  public:
   // For reading the interface only: the graph is loaded but not optimised.
   static RawOrtSession ForDescription(const std::filesystem::path& model);
-  // With the options the library gives its CPU sessions, every dimension denoted DATA_BATCH fixed at
-  // `batchSize`, as in the library's session of the same batch size; with `gpu`, also the platform's GPU
-  // provider as the library configures it.
+  // With the options the library gives an evaluator's session of `batchSize` (every dimension denoted
+  // DATA_BATCH fixed at it), on the platform's GPU provider when `gpu`, else on the CPU.
   static RawOrtSession ForInference(const std::filesystem::path& model, int64_t batchSize, bool gpu);
   // As a host would write it by hand: ONNX Runtime's default options untouched, on the CPU. Without
   // DisablePerSessionThreads the session runs on intra-op threads of its own, even in an environment with
@@ -47,6 +47,8 @@ class RawOrtSession {
 
   const std::vector<RawFeature>& Inputs() const { return mInputs; }
   const std::vector<RawFeature>& Outputs() const { return mOutputs; }
+  // What the library set in the session's options; none for the other sessions.
+  const std::optional<ort::SessionSettings>& LibrarySettings() const { return mLibrarySettings; }
 
   // Runs the model on one value per input, in Inputs() order; the outputs are dropped.
   void Run(const std::vector<Ort::Value>& inputs);
@@ -60,13 +62,15 @@ class RawOrtSession {
   static std::string OnnxElementTypeName(ONNXTensorElementDataType type);
 
  private:
-  RawOrtSession(const std::filesystem::path& model, const Ort::SessionOptions& options);
+  RawOrtSession(const std::filesystem::path& model, const Ort::SessionOptions& options,
+                std::optional<ort::SessionSettings> librarySettings = std::nullopt);
   static Ort::Env SharedEnvironment();
 
   Ort::Env mEnvironment;  // a reference on the process's environment, held while the session lives
   Ort::Session mSession;
   std::vector<RawFeature> mInputs;
   std::vector<RawFeature> mOutputs;
+  std::optional<ort::SessionSettings> mLibrarySettings;
   std::vector<const char*> mInputNames;  // into mInputs, for Run
   std::vector<const char*> mOutputNames;
 };

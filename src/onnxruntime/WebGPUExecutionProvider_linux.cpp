@@ -15,8 +15,8 @@
 #include "kivcore/debug/Trace.h"
 #include "kivml/ResultCodes.h"
 #include "onnxruntime/DMLSetupException.h"
-#include "onnxruntime/GPUExecutionProvider.h"
 #include "onnxruntime/ORTApi.h"
+#include "onnxruntime/WebGPUExecutionProvider.h"
 #include "utility/TraceCategory.h"
 
 namespace kivml::ort {
@@ -52,7 +52,7 @@ void AppendWebGPU(OrtSessionOptions* options) {
 
 }  // namespace
 
-void AppendGPUExecutionProvider(OrtSessionOptions* options) {
+void WebGPUExecutionProvider::AppendProvider(OrtSessionOptions* options) const {
   const gpu::SelectedAdapter selected = gpu::SelectPlatformAdapter();
   if (!selected.mAdapter) {
     KIV_TRACE(kTraceCategory, 5, "Failed to find high performance GPU device\n");
@@ -66,9 +66,6 @@ void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   }
   KIV_TRACE(kTraceCategory, 7, "Selected GPU: " + selected.mDescription.mName + "\n");
   AppendWebGPU(options);
-  // GPU providers allocate their own buffers; the CPU memory pattern planner only gets in their way.
-  ThrowIfFailed(Api().DisableMemPattern(options));
-  ThrowIfFailed(Api().SetSessionExecutionMode(options, ORT_SEQUENTIAL));
 }
 
 }  // namespace kivml::ort

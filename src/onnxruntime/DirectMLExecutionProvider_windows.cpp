@@ -9,7 +9,7 @@
 #include "kivcore/debug/Trace.h"
 #include "kivml/gpu/D3D12.h"
 #include "onnxruntime/DMLSetupException.h"
-#include "onnxruntime/GPUExecutionProvider.h"
+#include "onnxruntime/DirectMLExecutionProvider.h"
 #include "onnxruntime/ORTApi.h"
 #include "utility/TraceCategory.h"
 
@@ -59,7 +59,7 @@ HRESULT CreateDMLDevice(ID3D12Device* device, gpu::ComPtr<IUnknown>& dmlDevice) 
 
 }  // namespace
 
-void AppendGPUExecutionProvider(OrtSessionOptions* options) {
+void DirectMLExecutionProvider::AppendProvider(OrtSessionOptions* options) const {
   const void* providerApi = nullptr;
   ThrowIfFailed(Api().GetExecutionProviderApi("DML", 16, &providerApi));
   const auto* dmlApi = static_cast<const OrtDmlApi*>(providerApi);
@@ -98,9 +98,6 @@ void AppendGPUExecutionProvider(OrtSessionOptions* options) {
   }
 
   ThrowIfFailed(dmlApi->SessionOptionsAppendExecutionProvider_DML1(options, dmlDevice.get(), queue.get()));
-  // The provider requires it; it overrides the memory pattern setting of the session options.
-  ThrowIfFailed(Api().DisableMemPattern(options));
-  ThrowIfFailed(Api().SetSessionExecutionMode(options, ORT_SEQUENTIAL));
 }
 
 }  // namespace kivml::ort
