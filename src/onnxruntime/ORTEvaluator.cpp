@@ -28,8 +28,6 @@ namespace kivml::ort {
 
 namespace {
 
-constexpr int eNoSession = MakeKIVMLError(7);
-
 using TensorHolders = std::vector<kivcore::classref::InterfaceRef<ITensorMLFeatureAccessor>>;
 
 bool ProfilingRequested() {
@@ -319,7 +317,7 @@ std::vector<UniqueValue> ORTEvaluator::Run(const std::vector<const char*>& names
 utility::FeatureContainerVector ORTEvaluator::Predict(const utility::FeatureContainerVector& inputs) {
   static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> region(
       "kivmachinelearning.ORTEvaluator Predict");
-  if (!mSession) {
+  if (!mLoaded.load()) {
     throw PredictException(eNoSession);
   }
   TensorHolders holders;
@@ -346,7 +344,7 @@ utility::FeatureContainerVector ORTEvaluator::Predict(const utility::FeatureCont
 ORTEvaluator::BatchOutputs ORTEvaluator::PredictBatch(const BatchRows& batch) {
   static kivcore::utility::Indestructible<kivcore::debug::ProfileRegion> region(
       "kivmachinelearning.ORTEvaluator PredictBatch");
-  if (!mSession) {
+  if (!mLoaded.load()) {
     throw PredictException(eNoSession);
   }
   BatchOutputs result(batch.size());
@@ -436,8 +434,8 @@ void ORTEvaluator::CheckBatchRow(const utility::FeatureContainerVector& row,
 
 kivcore::u8string ORTEvaluator::LookupMetadata(const kivcore::u8string& key) {
   kivcore::u8string value;
-  if (!mSession) {
-    return value;
+  if (!mLoaded.load()) {
+    return value;  // the session is not there yet, or is still being set up on the worker
   }
   try {
     const std::string plainKey(key.begin(), key.end());
@@ -451,7 +449,7 @@ kivcore::u8string ORTEvaluator::LookupMetadata(const kivcore::u8string& key) {
 IMLEvaluatorMetadata::MetadataMap ORTEvaluator::GetMetdata() {
   MetadataMap map;
   map.max_load_factor(1.0F);
-  if (!mSession) {
+  if (!mLoaded.load()) {
     return map;
   }
   try {

@@ -79,7 +79,6 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
   kivcore::u8string LookupMetadata(const kivcore::u8string& key) override;
 
   const DescriptionMap& GetInputDescriptions() const noexcept { return mInputDescriptions; }
-  const DescriptionMap& GetOutputDescriptions() const noexcept { return mOutputDescriptions; }
   bool IsProfilingEnabled() const noexcept { return mProfilingEnabled; }
   // The value given to the "DATA_BATCH" dimension override.
   int64_t GetSessionBatchSize() const noexcept { return mBatchSize.value_or(1); }
@@ -115,14 +114,17 @@ class ORTEvaluator final : public kivcore::classref::ImplementsMore<LocalEvaluat
                       std::vector<kivcore::classref::InterfaceRef<ITensorMLFeatureAccessor>>& holders) const;
   std::vector<UniqueValue> Run(const std::vector<const char*>& names, const std::vector<UniqueValue>& values);
 
+  // Published by mLoaded: LoadModel, on the worker, sets every member below before it sets mLoaded, and
+  // nothing changes them afterwards until destruction. Other threads (the other lanes, metadata calls,
+  // CheckHealth) read them only once they have seen mLoaded, so they need no lock.
+  std::atomic<bool> mLoaded{false};
   UniqueSessionOptions mSessionOptions;
   UniqueSession mSession;
-  std::atomic<bool> mLoaded{false};  // read by CheckHealth on any thread
   bool mProfilingEnabled = false;
-  bool mRunsShortBatches = false;                // set by LoadModel
-  const ExecutionProvider* mProvider = nullptr;  // set by LoadModel: the session's
-  SessionSettings mSessionSettings;              // set by LoadModel
-  bool mOneItemPerRequest = false;  // set by LoadModel: the model batches, so a request is one item
+  bool mRunsShortBatches = false;
+  const ExecutionProvider* mProvider = nullptr;  // the session's
+  SessionSettings mSessionSettings;
+  bool mOneItemPerRequest = false;  // the model batches, so a request is one item
   std::optional<int64_t> mBatchSize;
   DescriptionMap mInputDescriptions;
   DescriptionMap mOutputDescriptions;

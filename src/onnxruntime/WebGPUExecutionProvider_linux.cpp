@@ -23,11 +23,6 @@ namespace kivml::ort {
 
 namespace {
 
-// A rejected provider is reported as 0x80000000 | eKIVML | 0x100 + ONNX Runtime's error code.
-int ProviderErrorCode(OrtErrorCode code) {
-  return MakeKIVMLError(0x100u + static_cast<unsigned>(code));
-}
-
 // The name of the adapter Dawn takes.
 std::string FirstAdapterName() {
   const std::unique_ptr<gpu::GPUAdapter> first = gpu::CreateAdapterEnumerator()->EnumAdapter(0);
@@ -42,7 +37,7 @@ void AppendWebGPU(OrtSessionOptions* options) {
   const OrtApi& api = Api();
   OrtStatus* status = api.SessionOptionsAppendExecutionProvider(options, "WebGPU", keys, values, 2);
   if (status != nullptr) {
-    const int code = ProviderErrorCode(api.GetErrorCode(status));
+    const int code = MakeGpuProviderRejected(static_cast<unsigned>(api.GetErrorCode(status)));
     const std::string message = api.GetErrorMessage(status);
     api.ReleaseStatus(status);
     KIV_TRACE(kTraceCategory, 5, "Failed to append the WebGPU execution provider: " + message + "\n");

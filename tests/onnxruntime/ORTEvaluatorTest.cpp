@@ -336,6 +336,20 @@ TEST_F(ORTEvaluatorTest, ReadsCustomMetadata) {
   ort::ORTEvaluator unloaded;
   EXPECT_TRUE(unloaded.LookupMetadata(kivcore::string::ToU8("author")).empty());
   EXPECT_TRUE(unloaded.GetMetdata().empty());
+
+  // Read from a host thread while the worker loads the model: nothing, then everything, never a session
+  // half set up (the thread sanitizer checks the reads against the load's writes).
+  const auto loading = kivcore::classref::CreateObject<ort::ORTEvaluator>();
+  ASSERT_EQ(loading->SetModel(CreateONNXModelFromFile(TestModelPath("add_metadata"))), 0);
+  const auto load = loading->Start();
+  do {
+    const kivcore::u8string author = loading->LookupMetadata(kivcore::string::ToU8("author"));
+    EXPECT_TRUE(author.empty() || author == kivcore::string::ToU8("kivml tests"));
+    const size_t entries = loading->GetMetdata().size();
+    EXPECT_TRUE(entries == 0 || entries == 2) << entries;
+  } while (!load.IsReady());
+  ASSERT_EQ(load.Get(), 0);
+  EXPECT_EQ(loading->LookupMetadata(kivcore::string::ToU8("author")), kivcore::string::ToU8("kivml tests"));
 }
 
 class ORTProfilingTest : public OrtTest {
