@@ -4,6 +4,7 @@
 #include <string>
 #include <type_traits>
 
+#include "ExitBarrier.h"
 #include "kivcore/config/NestedException.h"
 #include "kivcore/config/kiv_exception.h"
 #include "kivcore/debug/DebugDatabase.h"
@@ -96,6 +97,16 @@ ORTEvaluator::ORTEvaluator() {
 }
 
 ORTEvaluator::~ORTEvaluator() {
+  // The last reference may go on any thread, such as the one completing the future that delivered this
+  // evaluator, while the process exits. Counted as a run, the release is waited for before ONNX Runtime's
+  // environment goes; once exit has begun, the session is left to the process's end instead of being
+  // released into an environment that is being torn down.
+  const ExitBarrier::Scope run;
+  if (ExitBarrier::Exiting()) {
+    static_cast<void>(mSession.release());
+    static_cast<void>(mSessionOptions.release());
+    return;
+  }
   if (mProfilingEnabled && mSession) {
     try {
       OrtAllocator* allocator = DefaultAllocator();

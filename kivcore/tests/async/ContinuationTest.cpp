@@ -134,3 +134,50 @@ TEST(ContinuationTest, OnCompleteRunsOnItsExecutorEvenWhenNobodyHoldsTheFuture) 
 
 }  // namespace
 }  // namespace kivcore::async
+
+namespace kivcore::async {
+namespace {
+
+// Runs each task as it is posted: a continuation attached with it runs inside the completion it follows.
+class InlineExecutor final : public AsyncExecutor {
+ public:
+  bool Post(std::function<void()> task, int /*priority*/) override {
+    task();
+    return true;
+  }
+  void Pause() override {}
+  void Resume() override {}
+  bool IsPaused() const override { return false; }
+  void Shutdown() override {}
+  bool IsTerminated() const override { return false; }
+};
+
+// A host that sees the result may let go of everything and exit at once, so what the continuation captured
+// must be gone by then, whether it returned or threw.
+TEST(ContinuationTest, ACapturedObjectIsReleasedBeforeTheResultCompletes) {
+  auto executor = std::make_shared<ManualExecutor>();
+  const auto inlineExecutor = std::make_shared<InlineExecutor>();
+  for (const bool throws : {false, true}) {
+    SCOPED_TRACE(throws ? "throws" : "returns");
+    Promise<int> promise(executor);
+    auto captured = std::make_shared<int>(7);
+    const std::weak_ptr<int> watch = captured;
+    Future<int> result =
+        promise.GetFuture().Then([captured = std::move(captured), throws](const Future<int>&) {
+          if (throws) {
+            throw std::runtime_error("no");
+          }
+          return *captured;
+        });
+    Future<bool> releasedBeforehand =
+        result.Then(inlineExecutor, [watch](const Future<int>&) { return watch.expired(); });
+    promise.SetValue(0);
+    executor->RunAll();
+    ASSERT_TRUE(releasedBeforehand.IsReady());
+    EXPECT_TRUE(releasedBeforehand.Get());
+    EXPECT_EQ(result.HasException(), throws);
+  }
+}
+
+}  // namespace
+}  // namespace kivcore::async

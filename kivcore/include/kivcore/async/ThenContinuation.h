@@ -2,7 +2,8 @@
 // The node behind Future<T>::Then: when the upstream completes, posts fn(upstreamFuture) on the executor
 // and feeds the result into the resulting (downstream) promise; when fn returns a future, the downstream
 // follows that future instead (flattening).
-// Threads: Schedule runs on the completing thread, Run once on the executor's thread.
+// Threads: Schedule runs on the completing thread, Run once on the executor's thread. fn, with whatever it
+// captured, is destroyed on that thread before the downstream completes.
 // Lifetime: owned by the upstream state while pending, then by the posted task. It holds the downstream
 // promise, which holds the downstream state only weakly, so a chain whose last future was dropped is
 // released; Schedule and Run skip fn when the downstream has been abandoned. Destroyed unrun with a live
@@ -12,6 +13,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -59,20 +61,32 @@ class ThenContinuation final : public ContinuationNode {
   void Run() override {
     Future<T> source(std::move(mSource));
     if (mPromise.IsAbandoned()) {
+      mFn.reset();
       return;
     }
     try {
       if constexpr (detail::kIsFuture<std::remove_cvref_t<Result>>) {
-        Follow(std::invoke(mFn, std::move(source)));
+        Follow(InvokeOnce(std::move(source)));
       } else if constexpr (std::is_void_v<Result>) {
-        std::invoke(mFn, std::move(source));
+        InvokeOnce(std::move(source));
         mPromise.SetValue();
       } else {
-        mPromise.SetValue(std::invoke(mFn, std::move(source)));
+        mPromise.SetValue(InvokeOnce(std::move(source)));
       }
     } catch (...) {
       mPromise.SetException(std::current_exception());
     }
+  }
+
+  // Runs fn and destroys it, its captures with it, before the downstream completes: whoever waits for the
+  // downstream may let go of everything and exit the process as soon as it completes, while this thread
+  // would still be releasing what fn held (an object whose destructor needs what exit tears down).
+  Result InvokeOnce(Future<T> source) {
+    struct Release {
+      std::optional<Fn>& fn;
+      ~Release() { fn.reset(); }
+    } release{mFn};
+    return std::invoke(*mFn, std::move(source));
   }
 
   // Completes the downstream with whatever `inner` completes with.
@@ -111,7 +125,7 @@ class ThenContinuation final : public ContinuationNode {
                                      new InlineContinuation<decltype(forward)>(std::move(forward)));
   }
 
-  Fn mFn;
+  std::optional<Fn> mFn;  // empty once run
   Promise<Value> mPromise;
   std::shared_ptr<AsyncExecutor> mExecutor;
   std::shared_ptr<FutureState<T>> mSource;  // the completed upstream, from Schedule to Run
