@@ -4,10 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -84,10 +87,58 @@ inline std::string TestAdapterName() {
   return selected.mAdapter ? selected.mDescription.mName : std::string();
 }
 
+// Heaps and resources hold their device, and a pool may release them on a worker after its test has
+// ended. Had that last release come while the process exits, the device would tear its Vulkan instance
+// down while the loader's own exit handlers run. So every test device is also held here, and released on
+// the main thread at the end of the run, once nothing else holds it.
+class TestDevicesReleasedLast final : public ::testing::Environment {
+ public:
+  static void Hold(ComPtr<ID3D12Device> device) {
+    const std::lock_guard lock(Mutex());
+    Devices().push_back(std::move(device));
+  }
+
+  void TearDown() override {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const std::lock_guard lock(Mutex());
+    for (ComPtr<ID3D12Device>& device : Devices()) {
+      while (!HeldOnlyHere(device.get()) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      EXPECT_TRUE(HeldOnlyHere(device.get())) << "a test device is still held 30 s after the last test";
+      device.reset();
+    }
+    Devices().clear();
+  }
+
+ private:
+  static bool HeldOnlyHere(ID3D12Device* device) {
+    const ULONG references = device->AddRef();  // this list's reference and the probe's
+    device->Release();
+    return references == 2;
+  }
+  static std::mutex& Mutex() {
+    static std::mutex mutex;
+    return mutex;
+  }
+  static std::vector<ComPtr<ID3D12Device>>& Devices() {
+    static std::vector<ComPtr<ID3D12Device>> devices;
+    return devices;
+  }
+};
+
+// gtest owns the environment and tears it down after the last test, before main returns.
+inline ::testing::Environment* const kTestDevicesReleasedLast =
+    ::testing::AddGlobalTestEnvironment(new TestDevicesReleasedLast);
+
 // Null when there is no adapter; the caller skips then.
 inline ComPtr<ID3D12Device> CreateTestDevice() {
   const SelectedAdapter selected = SelectTestAdapter();
-  return selected.mAdapter ? selected.mAdapter->CreateD3D12Device() : nullptr;
+  ComPtr<ID3D12Device> device = selected.mAdapter ? selected.mAdapter->CreateD3D12Device() : nullptr;
+  if (device != nullptr) {
+    TestDevicesReleasedLast::Hold(device);
+  }
+  return device;
 }
 
 // CI sets KIV_TESTS_REQUIRE_ADAPTER=1 so that a broken driver install fails the run instead of
